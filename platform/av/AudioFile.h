@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+
+#include "platform/av/AVError.h"
+#include "platform/av/AudioFormat.h"
+#include "platform/av/AudioSettings.h"
+#include "platform/av/PCMBuffer.h"
+#include "platform/base/Expected.h"
+
+namespace bw {
+
+/// An audio file being written, encoded with FFmpeg. The file's extension picks the container:
+/// ".m4a" is MPEG-4 (AAC), ".wav" RIFF WAVE and ".aiff"/".aif" AIFF (16-bit PCM, little- and
+/// big-endian). The settings map says codec, rate, channels, bit rate and PCM layout.
+///
+/// Owner: one owner at a time (`std::unique_ptr`). Thread: not synchronised; all calls from one
+/// thread at a time. Every call may block on the disk and allocate.
+///
+/// The file is complete once `close()` has returned or the object is destroyed, whichever comes
+/// first: the trailer or header sizes are written then.
+class AudioFile {
+public:
+    /// Creates (truncating) the file at `url`. Fails with a readable error when the folder is
+    /// missing or not writable, the extension is unknown, or the settings don't fit the container.
+    static Expected<std::unique_ptr<AudioFile>, AVError> createForWriting(
+        const std::filesystem::path& url, const AudioSettings& settings);
+
+    ~AudioFile();
+
+    AudioFile(const AudioFile&) = delete;
+    AudioFile& operator=(const AudioFile&) = delete;
+
+    const std::filesystem::path& url() const;
+
+    /// The format `write` accepts: the standard format at the file's rate and channel count.
+    const AudioFormat& processingFormat() const;
+
+    /// Appends and encodes the buffer's `frameLength` frames, synchronously. The buffer must be
+    /// 32-bit float at the file's rate and channel count (interleaved or not); otherwise, or when
+    /// the disk or encoder refuses, a readable error and nothing of the buffer is written.
+    Expected<void, AVError> write(const PCMBuffer& buffer);
+
+    /// Flushes the encoder and completes the file. Later calls and later writes fail harmlessly.
+    Expected<void, AVError> close();
+
+    /// Frames accepted by `write` so far.
+    std::int64_t framesWritten() const;
+
+private:
+    struct Impl;
+    explicit AudioFile(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace bw
