@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+#include "platform/av/AudioFormat.h"
+#include "platform/av/AudioTapBlock.h"
+#include "platform/av/detail/FloatRing.h"
+
+namespace bw::detail {
+
+/// A tap on a node's output: the render side pushes frames into a ring, the tap's thread cuts
+/// them into buffers of `bufferSize` frames and calls the block.
+///
+/// `push` is realtime-safe; when the tap's thread falls behind by more than the ring holds (eight
+/// buffers), the newest frames are dropped and counted. `stop` ends the thread: once it returns
+/// no block call starts (one running on another thread has finished; called from the block
+/// itself, the thread ends after the block returns).
+class NodeTap {
+public:
+    NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block);
+    ~NodeTap();
+    NodeTap(const NodeTap&) = delete;
+    NodeTap& operator=(const NodeTap&) = delete;
+
+    const AudioFormat& format() const { return core_->format; }
+
+    // Realtime: copies `frames` frames of `format().channelCount()` channels and wakes the thread.
+    void push(const float* const* channels, FrameCount frames);
+
+    void stop();
+
+    /// Frames dropped because the ring was full.
+    std::uint64_t droppedFrames() const { return core_->dropped.load(); }
+
+private:
+    // Shared with the thread, which may outlive the tap when stopped from inside its own block.
+    struct Core {
+        Core(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block);
+        FrameCount bufferSize;
+        AudioFormat format;
+        AudioTapBlock block;
+        FloatRing ring;
+        std::counting_semaphore<> signal{0};
+        std::atomic<bool> stopping{false};
+        std::atomic<std::uint64_t> dropped{0};
+        std::uint64_t delivered = 0;  // frames handed to the block, on the tap's thread
+    };
+    static void run(const std::shared_ptr<Core>& core);
+
+    std::shared_ptr<Core> core_;
+    std::thread thread_;
+};
+
+}  // namespace bw::detail
