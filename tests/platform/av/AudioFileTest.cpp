@@ -1,0 +1,703 @@
+#include "platform/av/AudioFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <span>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/hal/AudioHardwareConstants.h"
+#include "tests/support/DecodedAudio.h"
+#include "tests/support/SignalAnalysis.h"
+
+namespace bw {
+namespace {
+
+namespace fs = std::filesystem;
+using test::decodeAudioFile;
+using test::DecodedAudio;
+
+constexpr double kRate = 48000.0;
+constexpr std::size_t kToneFrames = 72000;  // 1.5 s
+constexpr double kToneHz = 1000.0;
+constexpr float kLeftAmplitude = 0.5f;
+constexpr float kRightAmplitude = 0.25f;
+
+AudioSettings pcmSettings(bool bigEndian) {
+    return {{AVFormatIDKey, std::int64_t(kAudioFormatLinearPCM)},
+            {AVSampleRateKey, kRate},
+            {AVNumberOfChannelsKey, std::int64_t(2)},
+            {AVLinearPCMBitDepthKey, std::int64_t(16)},
+            {AVLinearPCMIsFloatKey, false},
+            {AVLinearPCMIsBigEndianKey, bigEndian},
+            {AVLinearPCMIsNonInterleaved, false}};
+}
+
+AudioSettings aacSettings() {
+    return {{AVFormatIDKey, std::int64_t(kAudioFormatMPEG4AAC)},
+            {AVSampleRateKey, kRate},
+            {AVNumberOfChannelsKey, std::int64_t(2)},
+            {AVEncoderBitRateKey, std::int64_t(256000)}};
+}
+
+AudioSettings with(AudioSettings settings, const char* key, AudioSettingValue value) {
+    settings[key] = value;
+    return settings;
+}
+
+AudioSettings without(AudioSettings settings, const char* key) {
+    settings.erase(key);
+    return settings;
+}
+
+/// Bytes at a fixed place in the file that only the right container has.
+struct Signature {
+    std::size_t offset;
+    const char* text;
+};
+
+struct FormatCase {
+    const char* name;
+    const char* extension;
+    AudioSettings settings;
+    const char* codec;
+    const char* container;  // part of the demuxer's name
+    const char* decodedSampleFormat;
+    std::int64_t bitRate;
+    double bitRateTolerance;  // relative
+    bool lossless;            // PCM: every sample within half a 16-bit step
+    double levelToleranceDb;
+    std::vector<Signature> signatures;
+};
+
+const std::vector<FormatCase>& formatCases() {
+    // clang-format off
+    static const std::vector<FormatCase> cases = {
+        {"m4a",  ".m4a",  aacSettings(),      "aac",       "mp4",  "fltp", 256000, 0.15, false, 0.5,
+         {{4, "ftyp"}, {8, "M4A "}}},
+        {"wav",  ".wav",  pcmSettings(false), "pcm_s16le", "wav",  "s16",  1536000, 0.0, true, 0.1,
+         {{0, "RIFF"}, {8, "WAVE"}}},
+        {"aiff", ".aiff", pcmSettings(true),  "pcm_s16be", "aiff", "s16",  1536000, 0.0, true, 0.1,
+         {{0, "FORM"}, {8, "AIFF"}}},
+    };
+    // clang-format on
+    return cases;
+}
+
+void PrintTo(const FormatCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+/// The stereo test tone: 1 kHz, left louder than right.
+std::vector<std::vector<float>> stereoTone(std::size_t frames) {
+    return {test::sine(kToneHz, kRate, frames, kLeftAmplitude),
+            test::sine(kToneHz, kRate, frames, kRightAmplitude)};
+}
+
+/// A new buffer holding frames [start, start + count) of `source`, in the given layout.
+std::shared_ptr<PCMBuffer> bufferOf(const std::vector<std::vector<float>>& source,
+                                    std::size_t start, std::size_t count, bool interleaved) {
+    const auto channels = ChannelCount(source.size());
+    const AudioFormat format(CommonFormat::pcmFormatFloat32, kRate, channels, interleaved);
+    auto buffer = PCMBuffer::make(format, FrameCount(std::max<std::size_t>(count, 1)));
+    float* const* data = buffer->floatChannelData();
+    for (std::size_t i = 0; i < count; ++i) {
+        for (ChannelCount ch = 0; ch < channels; ++ch) {
+            const float sample = source[ch][start + i];
+            if (interleaved) {
+                data[0][i * channels + ch] = sample;
+            } else {
+                data[ch][i] = sample;
+            }
+        }
+    }
+    EXPECT_TRUE(buffer->setFrameLength(FrameCount(count)));
+    return buffer;
+}
+
+/// Writes all of `source` in buffers of the given sizes, cycling through them.
+void writeAll(AudioFile& file, const std::vector<std::vector<float>>& source,
+              const std::vector<std::size_t>& sizes, bool interleaved) {
+    const std::size_t total = source[0].size();
+    std::size_t done = 0;
+    for (std::size_t turn = 0; done < total; ++turn) {
+        const std::size_t count = std::min(sizes[turn % sizes.size()], total - done);
+        const auto written = file.write(*bufferOf(source, done, count, interleaved));
+        ASSERT_TRUE(written) << written.error().localizedDescription();
+        done += count;
+    }
+}
+
+std::string readBytes(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+double levelDb(const std::vector<float>& samples, std::size_t from, std::size_t to) {
+    return test::toneLevelDb(std::span<const float>(samples).subspan(from, to - from), kToneHz,
+                             kRate);
+}
+
+/// A fresh folder per test, removed afterwards.
+class AudioFileTestBase : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "bw-audiofile-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        for (const auto& entry : fs::recursive_directory_iterator(dir_, ignored)) {
+            fs::permissions(entry.path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+        }
+        fs::remove_all(dir_, ignored);
+    }
+
+    std::unique_ptr<AudioFile> create(const fs::path& path, const AudioSettings& settings) {
+        auto created = AudioFile::createForWriting(path, settings);
+        EXPECT_TRUE(created) << created.error().localizedDescription();
+        return created ? std::move(created).value() : nullptr;
+    }
+
+    fs::path dir_;
+};
+
+// --- Each format, fed in different ways --------------------------------------------------------
+
+struct FeedCase {
+    const char* name;
+    std::vector<std::size_t> sizes;
+    bool interleaved;
+};
+
+void PrintTo(const FeedCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+const std::vector<FeedCase>& feedCases() {
+    static const std::vector<FeedCase> cases = {
+        {"Blocks4096", {4096}, false},
+        {"OddSizesAndEmpty", {1000, 333, 0, 1}, false},
+        {"Interleaved", {4096}, true},
+        {"OneLargeBuffer", {kToneFrames}, false},
+    };
+    return cases;
+}
+
+class AudioFileFormatTest : public AudioFileTestBase,
+                            public ::testing::WithParamInterface<std::tuple<FormatCase, FeedCase>> {
+};
+
+TEST_P(AudioFileFormatTest, DecodesToTheToneThatWasWritten) {
+    const auto& [format, feed] = GetParam();
+    const fs::path path = dir_ / (std::string("take") + format.extension);
+    const auto source = stereoTone(kToneFrames);
+
+    auto file = create(path, format.settings);
+    ASSERT_TRUE(file);
+    writeAll(*file, source, feed.sizes, feed.interleaved);
+    EXPECT_EQ(file->framesWritten(), std::int64_t(kToneFrames));
+    const auto closed = file->close();
+    ASSERT_TRUE(closed) << closed.error().localizedDescription();
+
+    const std::optional<DecodedAudio> decoded = decodeAudioFile(path);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->codecName, format.codec);
+    EXPECT_NE(decoded->containerName.find(format.container), std::string::npos)
+        << decoded->containerName;
+    EXPECT_EQ(decoded->sampleFormatName, format.decodedSampleFormat);
+    EXPECT_EQ(decoded->sampleRate, 48000);
+    ASSERT_EQ(decoded->channels, 2);
+    EXPECT_NEAR(double(decoded->bitRate), double(format.bitRate),
+                format.bitRate * format.bitRateTolerance);
+
+    // For AAC too: the edit list trims the encoder's priming and the padding of the last frame.
+    ASSERT_EQ(decoded->frames(), kToneFrames);
+    if (format.lossless) {
+        // Rounding to the nearest 16-bit step: never more than half a step off, nothing shifted.
+        for (int ch = 0; ch < 2; ++ch) {
+            float worst = 0.0f;
+            for (std::size_t i = 0; i < kToneFrames; ++i) {
+                worst = std::max(worst, std::fabs(decoded->channelsData[ch][i] - source[ch][i]));
+            }
+            EXPECT_LE(worst, 0.5f / 32768.0f + 1e-7f) << "channel " << ch;
+        }
+    }
+
+    const std::size_t from = kToneFrames / 6;
+    const std::size_t to = kToneFrames - kToneFrames / 6;
+    EXPECT_NEAR(levelDb(decoded->channelsData[0], from, to), 20 * std::log10(kLeftAmplitude),
+                format.levelToleranceDb);
+    EXPECT_NEAR(levelDb(decoded->channelsData[1], from, to), 20 * std::log10(kRightAmplitude),
+                format.levelToleranceDb);
+
+    const std::string bytes = readBytes(path);
+    for (const Signature& signature : format.signatures) {
+        EXPECT_EQ(bytes.substr(signature.offset, 4), signature.text);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, AudioFileFormatTest,
+                         ::testing::Combine(::testing::ValuesIn(formatCases()),
+                                            ::testing::ValuesIn(feedCases())),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" +
+                                    std::get<1>(info.param).name;
+                         });
+
+// --- PCM bytes on disk --------------------------------------------------------------------------
+
+struct PcmLayoutCase {
+    const char* name;
+    const char* fileName;
+    bool bigEndian;
+    const char* form;       // "RIFF" or "FORM"
+    const char* formType;   // "WAVE" or "AIFF"
+    const char* dataChunk;  // "data" or "SSND"
+    const char* codec;
+};
+
+void PrintTo(const PcmLayoutCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class AudioFilePcmLayoutTest : public AudioFileTestBase,
+                               public ::testing::WithParamInterface<PcmLayoutCase> {};
+
+std::uint32_t readUint32(const std::string& bytes, std::size_t at, bool bigEndian) {
+    std::uint32_t value = 0;
+    for (int i = 0; i < 4; ++i) {
+        const auto byte = std::uint32_t(std::uint8_t(bytes[at + i]));
+        value |= bigEndian ? byte << (8 * (3 - i)) : byte << (8 * i);
+    }
+    return value;
+}
+
+/// Offset of the first sample byte: walks the chunks after the 12-byte form header.
+std::size_t firstSampleOffset(const std::string& bytes, const PcmLayoutCase& layout) {
+    std::size_t at = 12;
+    while (at + 8 <= bytes.size()) {
+        const std::string id = bytes.substr(at, 4);
+        const std::uint32_t size = readUint32(bytes, at + 4, layout.bigEndian);
+        if (id == layout.dataChunk) {
+            // AIFF's sound chunk starts with an offset and a block size.
+            return at + 8 + (layout.bigEndian ? 8 + readUint32(bytes, at + 8, true) : 0);
+        }
+        at += 8 + size + (size & 1);
+    }
+    return std::string::npos;
+}
+
+TEST_P(AudioFilePcmLayoutTest, StoresRoundedClippedSamplesInTheContainersByteOrder) {
+    const PcmLayoutCase& layout = GetParam();
+    struct Conversion {
+        float input;
+        std::int16_t stored;
+    };
+    const std::vector<Conversion> conversions = {
+        {0.0f, 0},
+        {0.5f, 16384},
+        {-0.25f, -8192},
+        {1.0f / 65536, 0},  // half a step rounds to even
+        {3.0f / 65536, 2},  // one and a half steps round to even
+        {-3.0f / 65536, -2},
+        {0.6f / 32768, 1},
+        {-0.4f / 32768, 0},
+        {1.0f, 32767},  // full scale clips to the largest sample
+        {-1.0f, -32768},
+        {1.7f, 32767},
+        {-4.0f, -32768},
+        {std::numeric_limits<float>::infinity(), 32767},
+        {-std::numeric_limits<float>::infinity(), -32768},
+    };
+    // Left takes the list in order and right in reverse, so the interleaving shows too.
+    const std::size_t n = conversions.size();
+    std::vector<std::vector<float>> source(2, std::vector<float>(n));
+    for (std::size_t i = 0; i < n; ++i) {
+        source[0][i] = conversions[i].input;
+        source[1][i] = conversions[n - 1 - i].input;
+    }
+
+    const fs::path path = dir_ / layout.fileName;
+    auto file = create(path, pcmSettings(layout.bigEndian));
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {n}, false);
+    ASSERT_TRUE(file->close());
+
+    const auto decoded = decodeAudioFile(path);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->codecName, layout.codec);
+
+    const std::string bytes = readBytes(path);
+    ASSERT_GE(bytes.size(), 12u);
+    EXPECT_EQ(bytes.substr(0, 4), layout.form);
+    EXPECT_EQ(bytes.substr(8, 4), layout.formType);
+    const std::size_t first = firstSampleOffset(bytes, layout);
+    ASSERT_NE(first, std::string::npos) << "no " << layout.dataChunk << " chunk";
+    ASSERT_GE(bytes.size(), first + n * 4);
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t ch = 0; ch < 2; ++ch) {
+            const std::size_t at = first + (i * 2 + ch) * 2;
+            const auto b0 = std::uint8_t(bytes[at]);
+            const auto b1 = std::uint8_t(bytes[at + 1]);
+            const auto stored = std::int16_t(layout.bigEndian ? (b0 << 8) | b1 : (b1 << 8) | b0);
+            const Conversion& expected = conversions[ch == 0 ? i : n - 1 - i];
+            EXPECT_EQ(stored, expected.stored)
+                << "input " << expected.input << ", frame " << i << ", channel " << ch;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Containers, AudioFilePcmLayoutTest,
+    ::testing::Values(PcmLayoutCase{"wav", "take.wav", false, "RIFF", "WAVE", "data", "pcm_s16le"},
+                      PcmLayoutCase{"aiff", "take.aiff", true, "FORM", "AIFF", "SSND", "pcm_s16be"},
+                      PcmLayoutCase{"aifUpperCase", "take.AIF", true, "FORM", "AIFF", "SSND",
+                                    "pcm_s16be"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// --- Refusals at creation -----------------------------------------------------------------------
+
+struct CreationErrorCase {
+    const char* name;
+    const char* fileName;  // relative to the test folder; may go through a folder
+    AudioSettings settings;
+    std::vector<std::string> mentions;
+    bool mentionsPath = false;
+    bool lockedFolder = false;  // "locked/" is made read-only first
+};
+
+void PrintTo(const CreationErrorCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+const std::vector<CreationErrorCase>& creationErrorCases() {
+    static const std::vector<CreationErrorCase> cases = {
+        {"MissingFolder",
+         "missing/take.wav",
+         pcmSettings(false),
+         {"No such file or directory"},
+         true},
+        {"ReadOnlyFolder",
+         "locked/take.wav",
+         pcmSettings(false),
+         {"Permission denied"},
+         true,
+         true},
+        {"UnknownExtension", "take.xyz", pcmSettings(false), {"\u201c.xyz\u201d"}},
+        {"NoExtension", "take", pcmSettings(false), {"\u201ctake\u201d", "extension"}},
+        {"MissingFormat",
+         "take.wav",
+         without(pcmSettings(false), AVFormatIDKey),
+         {"AVFormatIDKey"}},
+        {"UnknownFormat",
+         "take.m4a",
+         with(aacSettings(), AVFormatIDKey, std::int64_t(fourCharCode(".mp3"))),
+         {"\u201c.mp3\u201d", "not supported"}},
+        {"AacInWav", "take.wav", aacSettings(), {"AAC", "\u201c.wav\u201d"}},
+        {"AacInAiff", "take.aiff", aacSettings(), {"AAC", "\u201c.aiff\u201d"}},
+        {"PcmInM4a", "take.m4a", pcmSettings(false), {"PCM", "\u201c.m4a\u201d"}},
+        {"BigEndianWav", "take.wav", pcmSettings(true), {"big-endian", "\u201c.wav\u201d"}},
+        {"LittleEndianAiff",
+         "take.aiff",
+         pcmSettings(false),
+         {"little-endian", "\u201c.aiff\u201d"}},
+        {"TwentyFourBit",
+         "take.wav",
+         with(pcmSettings(false), AVLinearPCMBitDepthKey, std::int64_t(24)),
+         {"24-bit"}},
+        {"FloatPcm",
+         "take.wav",
+         with(pcmSettings(false), AVLinearPCMIsFloatKey, true),
+         {"floating-point"}},
+        {"NonInterleavedPcm",
+         "take.aiff",
+         with(pcmSettings(true), AVLinearPCMIsNonInterleaved, true),
+         {"non-interleaved"}},
+        {"EndianFlagNotAFlag",
+         "take.wav",
+         with(pcmSettings(false), AVLinearPCMIsBigEndianKey, 0.5),
+         {"AVLinearPCMIsBigEndianKey"}},
+        {"MissingRate",
+         "take.wav",
+         without(pcmSettings(false), AVSampleRateKey),
+         {"AVSampleRateKey"}},
+        {"ZeroRate", "take.wav", with(pcmSettings(false), AVSampleRateKey, 0.0), {"0 Hz"}},
+        {"FractionalRate",
+         "take.aiff",
+         with(pcmSettings(true), AVSampleRateKey, 44100.5),
+         {"44100.5 Hz"}},
+        {"RateNotANumber",
+         "take.m4a",
+         with(aacSettings(), AVSampleRateKey, true),
+         {"AVSampleRateKey"}},
+        {"RateAacCannotEncode",
+         "take.m4a",
+         with(aacSettings(), AVSampleRateKey, 47000.0),
+         {"47000 Hz"}},
+        {"MissingChannels",
+         "take.m4a",
+         without(aacSettings(), AVNumberOfChannelsKey),
+         {"AVNumberOfChannelsKey"}},
+        {"NoChannels",
+         "take.wav",
+         with(pcmSettings(false), AVNumberOfChannelsKey, std::int64_t(0)),
+         {"channel count 0"}},
+        {"NegativeBitRate",
+         "take.m4a",
+         with(aacSettings(), AVEncoderBitRateKey, std::int64_t(-256000)),
+         {"AVEncoderBitRateKey"}},
+    };
+    return cases;
+}
+
+bool canWriteAnywhere(const fs::path& lockedFolder) {
+    return geteuid() == 0 || access(lockedFolder.c_str(), W_OK) == 0;
+}
+
+class AudioFileCreationErrorTest : public AudioFileTestBase,
+                                   public ::testing::WithParamInterface<CreationErrorCase> {};
+
+TEST_P(AudioFileCreationErrorTest, FailsWithAReasonAndCreatesNothing) {
+    const CreationErrorCase& c = GetParam();
+    if (c.lockedFolder) {
+        const fs::path locked = dir_ / "locked";
+        ASSERT_TRUE(fs::create_directory(locked));
+        ASSERT_EQ(chmod(locked.c_str(), 0500), 0);
+        if (canWriteAnywhere(locked)) {
+            GTEST_SKIP() << "running as root (or with CAP_DAC_OVERRIDE): a read-only folder "
+                            "is writable, so the refusal can't be provoked";
+        }
+    }
+    const fs::path path = dir_ / c.fileName;
+
+    const auto created = AudioFile::createForWriting(path, c.settings);
+
+    ASSERT_FALSE(created);
+    const std::string& description = created.error().localizedDescription();
+    EXPECT_FALSE(description.empty());
+    EXPECT_NE(created.error().code(), 0);
+    for (const std::string& mention : c.mentions) {
+        EXPECT_NE(description.find(mention), std::string::npos)
+            << "\"" << description << "\" should mention \"" << mention << "\"";
+    }
+    if (c.mentionsPath) {
+        EXPECT_NE(description.find(path.string()), std::string::npos) << description;
+    }
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_FALSE(fs::exists(dir_ / "missing"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, AudioFileCreationErrorTest,
+                         ::testing::ValuesIn(creationErrorCases()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// --- Life cycle, per format ---------------------------------------------------------------------
+
+class AudioFileLifecycleTest : public AudioFileTestBase,
+                               public ::testing::WithParamInterface<FormatCase> {
+protected:
+    fs::path path() const { return dir_ / (std::string("take") + GetParam().extension); }
+};
+
+TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
+    const auto source = stereoTone(kToneFrames);
+    auto file = create(path(), GetParam().settings);
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {4096}, false);
+    file.reset();
+
+    const auto decoded = decodeAudioFile(path());
+    ASSERT_TRUE(decoded);
+    ASSERT_EQ(decoded->channels, 2);
+    EXPECT_EQ(decoded->frames(), kToneFrames);
+    EXPECT_NEAR(levelDb(decoded->channelsData[0], kToneFrames / 6, kToneFrames * 5 / 6),
+                20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
+}
+
+TEST_P(AudioFileLifecycleTest, RefusesWritesAndClosesAfterClose) {
+    const auto source = stereoTone(4096);
+    auto file = create(path(), GetParam().settings);
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {4096}, false);
+    ASSERT_TRUE(file->close());
+    const auto sizeAfterClose = fs::file_size(path());
+
+    const auto written = file->write(*bufferOf(source, 0, 4096, false));
+    EXPECT_FALSE(written);
+    EXPECT_FALSE(written.error().localizedDescription().empty());
+    const auto closedAgain = file->close();
+    EXPECT_FALSE(closedAgain);
+    EXPECT_FALSE(closedAgain.error().localizedDescription().empty());
+    EXPECT_EQ(file->framesWritten(), 4096);
+    file.reset();
+
+    EXPECT_EQ(fs::file_size(path()), sizeAfterClose);
+    const auto decoded = decodeAudioFile(path());
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), 4096u);
+}
+
+TEST_P(AudioFileLifecycleTest, ReplacesAnExistingFile) {
+    {
+        std::ofstream old(path(), std::ios::binary);
+        old << std::string(1 << 20, 'x');
+    }
+    const auto source = stereoTone(4800);
+    auto file = create(path(), GetParam().settings);
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {4096}, false);
+    ASSERT_TRUE(file->close());
+
+    EXPECT_LT(fs::file_size(path()), 100000u);
+    const auto decoded = decodeAudioFile(path());
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), 4800u);
+}
+
+// A full disk must surface as an error naming the file, from whichever call meets it first.
+TEST_P(AudioFileLifecycleTest, ReportsAFullDisk) {
+    if (!fs::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full to stand in for a full disk";
+    }
+    fs::create_symlink("/dev/full", path());
+    std::string description;
+    auto created = AudioFile::createForWriting(path(), GetParam().settings);
+    if (!created) {
+        description = created.error().localizedDescription();
+    } else {
+        AudioFile& file = *created.value();
+        const auto source = stereoTone(4096);
+        const auto buffer = bufferOf(source, 0, 4096, false);
+        for (int i = 0; i < 1000 && description.empty(); ++i) {
+            const auto written = file.write(*buffer);
+            if (!written) {
+                description = written.error().localizedDescription();
+            }
+        }
+        if (description.empty()) {
+            const auto closed = file.close();
+            ASSERT_FALSE(closed);
+            description = closed.error().localizedDescription();
+        }
+    }
+    EXPECT_NE(description.find("No space left on device"), std::string::npos) << description;
+    EXPECT_NE(description.find(path().string()), std::string::npos) << description;
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, AudioFileLifecycleTest, ::testing::ValuesIn(formatCases()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// --- Buffers in the wrong format ----------------------------------------------------------------
+
+struct WrongBufferCase {
+    const char* name;
+    AudioFormat format;
+    const char* mention;
+};
+
+void PrintTo(const WrongBufferCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class AudioFileWrongBufferTest
+    : public AudioFileTestBase,
+      public ::testing::WithParamInterface<std::tuple<FormatCase, WrongBufferCase>> {};
+
+TEST_P(AudioFileWrongBufferTest, IsRefusedAndWritesNothing) {
+    const auto& [format, wrong] = GetParam();
+    const fs::path path = dir_ / (std::string("take") + format.extension);
+    const auto source = stereoTone(4800);
+    auto file = create(path, format.settings);
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {4800}, false);
+
+    // Full of loud samples, so any that slipped through would show in the decoded length.
+    auto bad = PCMBuffer::make(wrong.format, 4096);
+    ASSERT_TRUE(bad);
+    ASSERT_TRUE(bad->setFrameLength(4096));
+    for (std::uint32_t b = 0; b < bad->bufferCount(); ++b) {
+        std::memset(bad->rawData(b), 0x40,
+                    4096 * wrong.format.bytesPerSample() *
+                        (wrong.format.isInterleaved() ? wrong.format.channelCount() : 1));
+    }
+    const auto written = file->write(*bad);
+    ASSERT_FALSE(written);
+    EXPECT_NE(written.error().localizedDescription().find(wrong.mention), std::string::npos)
+        << written.error().localizedDescription();
+    EXPECT_EQ(file->framesWritten(), 4800);
+    ASSERT_TRUE(file->close());
+
+    const auto decoded = decodeAudioFile(path);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), 4800u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, AudioFileWrongBufferTest,
+    ::testing::Combine(
+        ::testing::ValuesIn(formatCases()),
+        ::testing::Values(
+            WrongBufferCase{"Rate44100",
+                            AudioFormat(CommonFormat::pcmFormatFloat32, 44100, 2, false),
+                            "44100 Hz"},
+            WrongBufferCase{"Mono", AudioFormat(CommonFormat::pcmFormatFloat32, kRate, 1, false),
+                            "mono"},
+            WrongBufferCase{"Int16", AudioFormat(CommonFormat::pcmFormatInt16, kRate, 2, true),
+                            "16-bit integer"})),
+    [](const auto& info) {
+        return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+    });
+
+// --- AAC timing ---------------------------------------------------------------------------------
+
+class AudioFileAacTest : public AudioFileTestBase {};
+
+// The encoder's priming delay must be trimmed by the container, not left in the audio: a tone
+// that starts after silence has to start at the same frame once decoded.
+TEST_F(AudioFileAacTest, KeepsTheTimingOfTheAudio) {
+    constexpr std::size_t kOnset = 12000;
+    constexpr std::size_t kTotal = 24000;
+    std::vector<std::vector<float>> source(2, std::vector<float>(kTotal, 0.0f));
+    const auto burst = test::sine(kToneHz, kRate, kTotal - kOnset, 0.5f);
+    for (auto& channel : source) {
+        std::copy(burst.begin(), burst.end(), channel.begin() + kOnset);
+    }
+    const fs::path path = dir_ / "take.m4a";
+    auto file = create(path, aacSettings());
+    ASSERT_TRUE(file);
+    writeAll(*file, source, {4096}, false);
+    ASSERT_TRUE(file->close());
+
+    const auto decoded = decodeAudioFile(path);
+    ASSERT_TRUE(decoded);
+    ASSERT_EQ(decoded->frames(), kTotal);
+    // Onset: the first 48-frame window (one cycle of the tone) with at least half the tone's RMS.
+    // The priming delay would move it by 1024 frames; pre-echo only by a short block.
+    const double toneRms = 20 * std::log10(0.5 / std::sqrt(2.0));
+    std::size_t onset = 0;
+    const auto& left = decoded->channelsData[0];
+    for (std::size_t at = 0; at + 48 <= left.size(); ++at) {
+        if (test::rmsDb(std::span<const float>(left).subspan(at, 48)) > toneRms - 6.0) {
+            onset = at;
+            break;
+        }
+    }
+    EXPECT_NEAR(double(onset), double(kOnset), 128.0);
+}
+
+}  // namespace
+}  // namespace bw

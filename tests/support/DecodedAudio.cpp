@@ -1,0 +1,171 @@
+#include "tests/support/DecodedAudio.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/frame.h>
+#include <libavutil/samplefmt.h>
+}
+
+#include <cstring>
+#include <memory>
+
+namespace bw::test {
+namespace {
+
+struct InputCloser {
+    void operator()(AVFormatContext* ctx) const { avformat_close_input(&ctx); }
+};
+struct CodecCloser {
+    void operator()(AVCodecContext* ctx) const { avcodec_free_context(&ctx); }
+};
+struct FrameFree {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct PacketFree {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+template <class T>
+float sampleAt(const std::uint8_t* data, std::size_t index) {
+    T value;
+    std::memcpy(&value, data + index * sizeof(T), sizeof(T));
+    return float(value);
+}
+
+// Appends a decoded frame as floats where full scale is ±1; false for a format it doesn't know.
+bool appendFrame(const AVFrame& frame, DecodedAudio& out) {
+    const auto format = AVSampleFormat(frame.format);
+    const bool planar = av_sample_fmt_is_planar(format);
+    const int channels = int(out.channelsData.size());
+    const auto packed = av_get_packed_sample_fmt(format);
+    for (int ch = 0; ch < channels; ++ch) {
+        const std::uint8_t* base = planar ? frame.extended_data[ch] : frame.extended_data[0];
+        std::vector<float>& dest = out.channelsData[std::size_t(ch)];
+        dest.reserve(dest.size() + std::size_t(frame.nb_samples));
+        for (int i = 0; i < frame.nb_samples; ++i) {
+            const std::size_t index = planar ? std::size_t(i) : std::size_t(i) * channels + ch;
+            switch (packed) {
+                case AV_SAMPLE_FMT_U8:
+                    dest.push_back((sampleAt<std::uint8_t>(base, index) - 128.0f) / 128.0f);
+                    break;
+                case AV_SAMPLE_FMT_S16:
+                    dest.push_back(sampleAt<std::int16_t>(base, index) / 32768.0f);
+                    break;
+                case AV_SAMPLE_FMT_S32:
+                    dest.push_back(float(sampleAt<std::int32_t>(base, index) / 2147483648.0));
+                    break;
+                case AV_SAMPLE_FMT_FLT:
+                    dest.push_back(sampleAt<float>(base, index));
+                    break;
+                case AV_SAMPLE_FMT_DBL:
+                    dest.push_back(sampleAt<double>(base, index));
+                    break;
+                default:
+                    return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool drain(AVCodecContext* decoder, AVFrame* frame, DecodedAudio& out) {
+    for (;;) {
+        const int rc = avcodec_receive_frame(decoder, frame);
+        if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) {
+            return true;
+        }
+        if (rc < 0 || !appendFrame(*frame, out)) {
+            return false;
+        }
+        av_frame_unref(frame);
+    }
+}
+
+}  // namespace
+
+std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
+    AVFormatContext* rawInput = nullptr;
+    const std::string url = "file:" + path.string();
+    if (avformat_open_input(&rawInput, url.c_str(), nullptr, nullptr) < 0) {
+        return std::nullopt;
+    }
+    std::unique_ptr<AVFormatContext, InputCloser> input(rawInput);
+    if (avformat_find_stream_info(input.get(), nullptr) < 0) {
+        return std::nullopt;
+    }
+    const AVCodec* codec = nullptr;
+    const int streamIndex = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+    if (streamIndex < 0 || codec == nullptr) {
+        return std::nullopt;
+    }
+    const AVStream* stream = input->streams[streamIndex];
+    std::unique_ptr<AVCodecContext, CodecCloser> decoder(avcodec_alloc_context3(codec));
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), stream->codecpar) < 0) {
+        return std::nullopt;
+    }
+    // The decoder needs the stream's time base to apply the skip-samples side data.
+    decoder->pkt_timebase = stream->time_base;
+    if (avcodec_open2(decoder.get(), codec, nullptr) < 0) {
+        return std::nullopt;
+    }
+
+    DecodedAudio out;
+    out.codecName = avcodec_get_name(stream->codecpar->codec_id);
+    out.containerName = input->iformat->name;
+    out.sampleRate = stream->codecpar->sample_rate;
+    out.channels = stream->codecpar->ch_layout.nb_channels;
+    out.bitRate = stream->codecpar->bit_rate > 0 ? stream->codecpar->bit_rate : input->bit_rate;
+    const char* formatName = av_get_sample_fmt_name(decoder->sample_fmt);
+    out.sampleFormatName = formatName != nullptr ? formatName : "";
+    if (out.channels <= 0) {
+        return std::nullopt;
+    }
+    out.channelsData.resize(std::size_t(out.channels));
+
+    std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
+    std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
+    if (!packet || !frame) {
+        return std::nullopt;
+    }
+    for (;;) {
+        const int rc = av_read_frame(input.get(), packet.get());
+        if (rc == AVERROR_EOF) {
+            break;
+        }
+        if (rc < 0) {
+            return std::nullopt;
+        }
+        if (packet->stream_index == streamIndex) {
+            const int sent = avcodec_send_packet(decoder.get(), packet.get());
+            av_packet_unref(packet.get());
+            if (sent < 0 || !drain(decoder.get(), frame.get(), out)) {
+                return std::nullopt;
+            }
+        } else {
+            av_packet_unref(packet.get());
+        }
+    }
+    if (avcodec_send_packet(decoder.get(), nullptr) < 0 ||
+        !drain(decoder.get(), frame.get(), out)) {
+        return std::nullopt;
+    }
+    // Skip-samples side data trims the encoder's priming at the start; the padding of the last
+    // frame is only cut by the container's duration (the MP4 edit list), which the decoder
+    // doesn't apply, so cut it here.
+    if (stream->duration > 0 && stream->duration != AV_NOPTS_VALUE) {
+        const auto length = std::size_t(
+            av_rescale_q(stream->duration, stream->time_base, AVRational{1, out.sampleRate}));
+        for (auto& channel : out.channelsData) {
+            if (channel.size() > length) {
+                channel.resize(length);
+            }
+        }
+    }
+    // The decoder's output format is only final once it has decoded something.
+    formatName = av_get_sample_fmt_name(decoder->sample_fmt);
+    out.sampleFormatName = formatName != nullptr ? formatName : "";
+    return out;
+}
+
+}  // namespace bw::test
