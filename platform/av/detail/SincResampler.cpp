@@ -13,6 +13,7 @@ constexpr double kZeroCrossings = 16.0;
 constexpr double kRolloff = 0.95;  // passband edge as a share of the lower Nyquist frequency
 constexpr double kKaiserBeta = 9.0;
 constexpr std::size_t kPhases = 256;
+constexpr std::uint64_t kMaxExactPhases = 1024;
 
 double besselI0(double x) {
     double sum = 1.0;
@@ -23,6 +24,17 @@ double besselI0(double x) {
         if (term < sum * 1e-16) {
             break;
         }
+    }
+    return sum;
+}
+
+// Realtime: the filter's inner product. Summed in any order (vectorised); the rounding
+// difference is far below 16-bit resolution.
+float dot(const float* x, const float* h, std::size_t count) {
+    float sum = 0.0f;
+#pragma omp simd reduction(+ : sum)
+    for (std::size_t j = 0; j < count; ++j) {
+        sum += x[j] * h[j];
     }
     return sum;
 }
@@ -50,12 +62,18 @@ SincResampler::SincResampler(double inputRate, double outputRate, std::size_t ch
     const double cutoff = std::min(1.0, outputRate / inputRate) * kRolloff;
     halfTaps_ = std::size_t(std::ceil(kZeroCrossings / cutoff));
     const std::size_t taps = 2 * halfTaps_;
-    table_.resize((phases_ + 1) * taps);
+    // With few distinct phases (every common pair of rates), each gets an exact kernel; otherwise
+    // a fine table is interpolated between neighbouring rows.
+    exactPhases_ = denominator_ <= kMaxExactPhases;
+    phases_ = exactPhases_ ? std::size_t(denominator_) : kPhases;
+    const std::size_t rows = exactPhases_ ? phases_ : phases_ + 1;
+    table_.resize(rows * taps);
     const double i0Beta = besselI0(kKaiserBeta);
-    for (std::size_t p = 0; p <= phases_; ++p) {
+    for (std::size_t p = 0; p < rows; ++p) {
         const double offset = double(p) / double(phases_);
         float* row = &table_[p * taps];
         double sum = 0.0;
+        std::vector<double> values(taps);
         for (std::size_t j = 0; j < taps; ++j) {
             // Tap j weighs input frame (base - halfTaps_ + 1 + j) for an output at base + offset.
             const double x = double(j) - double(halfTaps_ - 1) - offset;
@@ -66,13 +84,12 @@ SincResampler::SincResampler(double inputRate, double outputRate, std::size_t ch
             }
             const double arg = std::numbers::pi * cutoff * x;
             const double sinc = std::fabs(arg) < 1e-12 ? 1.0 : std::sin(arg) / arg;
-            const double value = cutoff * sinc * window;
-            row[j] = float(value);
-            sum += value;
+            values[j] = cutoff * sinc * window;
+            sum += values[j];
         }
         // Unity gain at DC for every phase, so levels survive the conversion exactly.
         for (std::size_t j = 0; j < taps; ++j) {
-            row[j] = float(row[j] / sum);
+            row[j] = float(values[j] / sum);
         }
     }
     kernel_.resize(taps);
@@ -115,23 +132,24 @@ void SincResampler::process(float* const* output, std::size_t outputFrames) {
     historyLength_ += inputFramesNeeded(outputFrames);
     const std::size_t taps = 2 * halfTaps_;
     for (std::size_t n = 0; n < outputFrames; ++n) {
-        // Interpolate the kernel for this output's phase once; every channel shares it.
-        const double phase = double(fraction_) / double(denominator_) * double(phases_);
-        const std::size_t p = std::min(std::size_t(phase), phases_ - 1);
-        const float t = float(phase - double(p));
-        const float* a = &table_[p * taps];
-        const float* b = a + taps;
-        for (std::size_t j = 0; j < taps; ++j) {
-            kernel_[j] = a[j] + (b[j] - a[j]) * t;
+        const float* kernel;
+        if (exactPhases_) {
+            kernel = &table_[std::size_t(fraction_) * taps];
+        } else {
+            // Interpolate the kernel for this output's phase once; every channel shares it.
+            const double phase = double(fraction_) / double(denominator_) * double(phases_);
+            const std::size_t p = std::min(std::size_t(phase), phases_ - 1);
+            const float t = float(phase - double(p));
+            const float* a = &table_[p * taps];
+            const float* b = a + taps;
+            for (std::size_t j = 0; j < taps; ++j) {
+                kernel_[j] = a[j] + (b[j] - a[j]) * t;
+            }
+            kernel = kernel_.data();
         }
         const std::size_t first = position_ + 1 - halfTaps_;
         for (std::size_t c = 0; c < channels_; ++c) {
-            const float* x = history_[c].data() + first;
-            float sum = 0.0f;
-            for (std::size_t j = 0; j < taps; ++j) {
-                sum += x[j] * kernel_[j];
-            }
-            output[c][n] = sum;
+            output[c][n] = dot(history_[c].data() + first, kernel, taps);
         }
         fraction_ += step_;
         position_ += std::size_t(fraction_ / denominator_);

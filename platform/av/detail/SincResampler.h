@@ -42,6 +42,7 @@ private:
     std::uint64_t denominator_;  // ... over this
     std::size_t halfTaps_;       // taps on each side of the centre
     std::size_t phases_;
+    bool exactPhases_ = false;   // one row per distinct phase, used as is
     std::vector<float> table_;   // (phases_ + 1) rows of 2 * halfTaps_ coefficients
     std::vector<float> kernel_;  // scratch: the interpolated row of the current output frame
 

@@ -1,0 +1,94 @@
+#include "engine/QueuedFileWriter.h"
+
+#include "engine/CopyOfBuffer.h"
+#include "platform/base/Localization.h"
+
+namespace bw {
+
+QueuedFileWriter::QueuedFileWriter(std::unique_ptr<AudioFile> file, int maxPendingBuffers)
+    : queue_(std::make_shared<SerialQueue>(kQueueLabel)),
+      file_(std::move(file)),
+      maxPendingBuffers_(maxPendingBuffers) {}
+
+void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onFailure) {
+    {
+        std::unique_lock guard(stateLock_);
+        if (closed_) {
+            return;
+        }
+        if (pendingBuffers_ >= maxPendingBuffers_) {
+            if (reportedFailure_) {
+                return;
+            }
+            reportedFailure_ = true;
+            guard.unlock();
+            if (onFailure) {
+                onFailure(localized("Recording stopped because writing could not keep up."));
+            }
+            return;
+        }
+        ++pendingBuffers_;
+    }
+    auto copy = copyOfBuffer(buffer);
+    if (!copy) {
+        returnSlot();
+        report(localized("Recording failed while preparing audio for writing."), onFailure);
+        return;
+    }
+    queue_->async([weak = weak_from_this(), copy = std::move(copy), onFailure] {
+        auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        if (self->file_) {
+            if (auto written = self->file_->write(*copy); !written) {
+                self->report(localized("Recording failed while writing the file.") + " " +
+                                 written.error().localizedDescription(),
+                             onFailure);
+            }
+        }
+        self->returnSlot();
+    });
+}
+
+void QueuedFileWriter::close(std::function<void()> completion) {
+    {
+        std::lock_guard guard(stateLock_);
+        closed_ = true;
+    }
+    auto job = [weak = weak_from_this(), completion = std::move(completion)] {
+        if (auto self = weak.lock()) {
+            self->file_.reset();
+        }
+        if (completion) {
+            completion();
+        }
+    };
+    if (queue_->isCurrent()) {
+        job();
+    } else {
+        queue_->async(std::move(job));
+    }
+}
+
+void QueuedFileWriter::report(const std::string& message, const FailureCallback& onFailure) {
+    {
+        std::lock_guard guard(stateLock_);
+        if (reportedFailure_) {
+            return;
+        }
+        reportedFailure_ = true;
+    }
+    if (onFailure) {
+        onFailure(message);
+    }
+}
+
+void QueuedFileWriter::returnSlot() {
+    std::lock_guard guard(stateLock_);
+    if (pendingBuffers_ > 0) {
+        --pendingBuffers_;
+    }
+}
+
+}  // namespace bw

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "engine/FailureCallback.h"
+#include "platform/av/AudioFile.h"
+#include "platform/av/PCMBuffer.h"
+#include "platform/dispatch/SerialQueue.h"
+
+namespace bw {
+
+/// Writes the mix to the recording's file on a queue of its own, so that the tap never waits for
+/// the disk. At most `maxPendingBuffers` copies are in flight; beyond that buffers are dropped.
+/// The first failure of any kind is reported once; nothing is retried.
+///
+/// Owner: the recording engine (shared; queued jobs hold the writer weakly). Thread: `write` on
+/// the tap's thread (a short locked update, one copy, one dispatch; never blocks on the disk);
+/// `close` on the engine's control queue; the file only on `queue`. `stateLock` is never held
+/// across the callback, the copy or the file.
+class QueuedFileWriter : public std::enable_shared_from_this<QueuedFileWriter> {
+public:
+    static constexpr int kMaxPendingBuffers = 24;
+    static constexpr const char* kQueueLabel = "com.tallowfields.BrightwaveRecord.file-writer";
+
+    QueuedFileWriter(std::unique_ptr<AudioFile> file, int maxPendingBuffers = kMaxPendingBuffers);
+
+    /// Copies the buffer and queues its write. The caller's buffer is not held after the call.
+    void write(const PCMBuffer& buffer, const FailureCallback& onFailure);
+
+    /// Takes no more buffers; once every write queued before has reached the file, releases the
+    /// file (which completes it) and then calls `completion` on `queue`. Called on `queue` itself,
+    /// it completes before returning.
+    void close(std::function<void()> completion = {});
+
+    /// The writer's queue (for tests and for callers that must know where completions run).
+    SerialQueue& queue() { return *queue_; }
+
+private:
+    void report(const std::string& message, const FailureCallback& onFailure);
+    void returnSlot();
+
+    std::shared_ptr<SerialQueue> queue_;
+    std::mutex stateLock_;
+    std::unique_ptr<AudioFile> file_;  // on `queue_` only, after construction
+    bool closed_ = false;
+    int pendingBuffers_ = 0;
+    bool reportedFailure_ = false;
+    const int maxPendingBuffers_;
+};
+
+}  // namespace bw

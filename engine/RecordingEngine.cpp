@@ -1,0 +1,299 @@
+#include "engine/RecordingEngine.h"
+
+#include <condition_variable>
+#include <thread>
+
+#include "engine/GainLaw.h"
+#include "engine/RecordingEngineError.h"
+#include "platform/av/AudioFile.h"
+#include "platform/base/Localization.h"
+#include "platform/base/SystemError.h"
+
+namespace bw {
+
+RecordingEngine::RecordingEngine(Configuration configuration,
+                                 std::shared_ptr<AudioHardware> hardware,
+                                 CaptureFactory captureFactory)
+    : configuration_(std::move(configuration)),
+      levels_(std::make_shared<LevelStore>()),
+      hardware_(std::move(hardware)),
+      captureFactory_(std::move(captureFactory)),
+      engine_(std::make_unique<AudioEngine>(hardware_)),
+      recordMixer_(std::make_shared<AudioMixerNode>()),
+      canonicalFormat_(*AudioFormat::standard(48000.0, 2)),
+      controlQueue_(std::make_shared<SerialQueue>(kControlQueueLabel)) {}
+
+RecordingEngine::~RecordingEngine() {
+    if (configChangeObserver_) {
+        engine_->removeConfigurationChangeObserver(*configChangeObserver_);
+    }
+}
+
+RecordingEngineFactory RecordingEngine::makeFactory(std::shared_ptr<AudioHardware> hardware,
+                                                    CaptureFactory captureFactory) {
+    return [hardware, captureFactory](const Configuration& configuration) {
+        return std::make_shared<RecordingEngine>(configuration, hardware, captureFactory);
+    };
+}
+
+std::map<std::string, std::string> RecordingEngine::sourceFailures() const {
+    return sourceFailures_;
+}
+
+std::vector<RecordingSource> RecordingEngine::sourcesWithoutAudio() const {
+    std::vector<RecordingSource> silent;
+    auto compute = [&] {
+        for (const auto& active : activeSources_) {
+            if (!active.audioReceived->received()) {
+                silent.push_back(active.source);
+            }
+        }
+    };
+    if (controlQueue_->isCurrent()) {
+        compute();
+    } else {
+        controlQueue_->sync(compute);
+    }
+    return silent;
+}
+
+void RecordingEngine::start(StartCompletion completion) {
+    controlQueue_->async([self = shared_from_this(), completion = std::move(completion)] {
+        auto result = self->runStartSequence();
+        if (completion) {
+            completion(std::move(result));
+        }
+    });
+}
+
+void RecordingEngine::stop(StopCompletion completion) {
+    controlQueue_->async([self = shared_from_this(), completion = std::move(completion)]() mutable {
+        self->runStopSequence(std::move(completion));
+    });
+}
+
+void RecordingEngine::setVolume(float volume, const std::string& sourceID) {
+    controlQueue_->async([weak = weak_from_this(), volume, sourceID] {
+        auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        for (const auto& active : self->activeSources_) {
+            if (active.source.id == sourceID) {
+                self->applyGainLaw(active, volume);
+                return;
+            }
+        }
+    });
+}
+
+Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
+    // 1. A capture per source, in order; a failing source only leaves its failure text.
+    std::vector<std::pair<RecordingSource, std::shared_ptr<Capture>>> started;
+    for (const auto& source : configuration_.sources) {
+        auto capture = captureFactory_ ? captureFactory_(source, configuration_.passthroughEnabled)
+                                       : nullptr;
+        if (!capture) {
+            continue;
+        }
+        auto result = capture->start();
+        if (!result) {
+            const auto& error = result.error();
+            sourceFailures_[source.id] =
+                source.name + ": " + (error ? error->localizedDescription() : std::string());
+            continue;
+        }
+        started.emplace_back(source, std::move(capture));
+    }
+    if (started.empty()) {
+        return Unexpected(makeError(RecordingEngineError::noSourcesStarted(sourceFailures_)));
+    }
+
+    // 2. The graph: every source through a player and a gain unit into the record mixer.
+    engine_->attach(recordMixer_);
+    engine_->connect(recordMixer_, engine_->mainMixerNode(), canonicalFormat_);
+    engine_->mainMixerNode()->setOutputVolume(configuration_.passthroughEnabled ? 1.0f : 0.0f);
+    for (auto& [source, capture] : started) {
+        ActiveSource active;
+        active.source = source;
+        active.capture = capture;
+        active.player = std::make_shared<AudioPlayerNode>();
+        active.gainUnit = std::make_shared<AudioUnitEQ>(0);
+        engine_->attach(active.player);
+        engine_->attach(active.gainUnit);
+        const AudioFormat format = capture->format().value_or(canonicalFormat_);
+        engine_->connect(active.player, active.gainUnit, format);
+        engine_->connect(active.gainUnit, recordMixer_, format);
+        active.scheduler = std::make_shared<BoundedBufferScheduler>(active.player);
+        active.audioReceived = std::make_shared<AudioReceivedFlag>();
+        auto volume = configuration_.volumes.find(source.id);
+        applyGainLaw(active, volume != configuration_.volumes.end() ? volume->second : 1.0f);
+        activeSources_.push_back(std::move(active));
+    }
+
+    // 3. The folder and the file.
+    std::error_code folderError;
+    const auto folder = configuration_.fileURL.parent_path();
+    if (!folder.empty()) {
+        std::filesystem::create_directories(folder, folderError);
+    }
+    if (folderError) {
+        silenceAndStopCaptures();
+        return Unexpected(makeError(RecordingEngineError::fileCreationFailed(makeError(SystemError(
+            localized("Could not create the folder") + " “" + folder.string() + "”", folderError)))));
+    }
+    auto file = AudioFile::createForWriting(
+        configuration_.fileURL, configuration_.format.fileSettings(canonicalFormat_.sampleRate(),
+                                                                   canonicalFormat_.channelCount()));
+    if (!file) {
+        silenceAndStopCaptures();
+        return Unexpected(makeError(
+            RecordingEngineError::fileCreationFailed(makeError(AVError(file.error())))));
+    }
+    fileWriter_ = std::make_shared<QueuedFileWriter>(std::move(file).value(),
+                                                     QueuedFileWriter::kMaxPendingBuffers);
+
+    // 4. The master tap: the mix's peak and its hand-over to the writer.
+    recordMixer_->installTap(
+        0, kTapBufferSize, canonicalFormat_,
+        [levels = levels_, writer = fileWriter_, onFailure = failureCallback()](
+            std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
+            levels->record(RecordingSource::kMasterLevelKey, peakLevel(*buffer));
+            writer->write(*buffer, onFailure);
+        });
+
+    // 5. Rendering.
+    engine_->prepare();
+    if (auto startedEngine = engine_->start(); !startedEngine) {
+        recordMixer_->removeTap(0);
+        std::mutex closeMutex;
+        std::condition_variable closeSignal;
+        bool closed = false;
+        fileWriter_->close([&] {
+            std::lock_guard guard(closeMutex);
+            closed = true;
+            closeSignal.notify_one();
+        });
+        {
+            std::unique_lock guard(closeMutex);
+            closeSignal.wait(guard, [&] { return closed; });
+        }
+        fileWriter_.reset();
+        silenceAndStopCaptures();
+        std::error_code ignored;
+        std::filesystem::remove(configuration_.fileURL, ignored);
+        return Unexpected(makeError(AVError(startedEngine.error())));
+    }
+    for (const auto& active : activeSources_) {
+        active.scheduler->clearStopped();
+        active.player->play();
+    }
+    running_ = true;
+
+    // 6. From here on captured audio flows into the graph.
+    for (const auto& active : activeSources_) {
+        active.capture->setBufferHandler(makeBufferHandler(active));
+    }
+    configChangeObserver_ = engine_->addConfigurationChangeObserver([weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+            self->controlQueue_->async([weak] {
+                if (auto engine = weak.lock()) {
+                    engine->restartAfterConfigurationChange();
+                }
+            });
+        }
+    });
+    return {};
+}
+
+void RecordingEngine::restartAfterConfigurationChange() {
+    if (!running_) {
+        return;
+    }
+    engine_->prepare();
+    if (auto restarted = engine_->start(); !restarted) {
+        reportFailure(localized("Recording stopped because the audio output changed.") + " " +
+                      restarted.error().localizedDescription());
+        return;
+    }
+    for (const auto& active : activeSources_) {
+        active.scheduler->clearStopped();
+        active.player->play();
+    }
+}
+
+void RecordingEngine::runStopSequence(StopCompletion completion) {
+    running_ = false;
+    if (configChangeObserver_) {
+        engine_->removeConfigurationChangeObserver(*configChangeObserver_);
+        configChangeObserver_.reset();
+    }
+    silenceAndStopCaptures();
+
+    // One budget for all sources: a source still full when it runs out is not waited for.
+    const auto deadline = std::chrono::steady_clock::now() + kDrainBudget;
+    for (const auto& active : activeSources_) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            break;
+        }
+        while (active.scheduler->pendingBuffers() != 0 &&
+               std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
+    recordMixer_->removeTap(0);
+    for (const auto& active : activeSources_) {
+        active.scheduler->stopAndForgetPending();
+        active.player->stop();
+    }
+    engine_->stop();
+    auto writer = std::move(fileWriter_);
+    if (writer) {
+        writer->close([completion = std::move(completion), url = configuration_.fileURL] {
+            if (completion) {
+                completion(url);
+            }
+        });
+    } else if (completion) {
+        completion(configuration_.fileURL);
+    }
+}
+
+void RecordingEngine::silenceAndStopCaptures() {
+    for (const auto& active : activeSources_) {
+        active.capture->setBufferHandler([](std::shared_ptr<PCMBuffer>) {});
+        active.capture->stop();
+    }
+}
+
+void RecordingEngine::applyGainLaw(const ActiveSource& active, float volume) {
+    const GainSetting setting = gainLaw(volume);
+    active.player->setVolume(setting.playerVolume);
+    active.gainUnit->setGlobalGain(setting.globalGainDb);
+}
+
+BufferHandler RecordingEngine::makeBufferHandler(const ActiveSource& active) {
+    return [id = active.source.id, flag = active.audioReceived, scheduler = active.scheduler,
+            levels = levels_, onOverrun = failureCallback()](std::shared_ptr<PCMBuffer> buffer) {
+        flag->set();
+        levels->record(id, peakLevel(*buffer));
+        scheduler->schedule(std::move(buffer), onOverrun);
+    };
+}
+
+FailureCallback RecordingEngine::failureCallback() {
+    return [weak = weak_from_this()](const std::string& message) {
+        if (auto self = weak.lock()) {
+            self->reportFailure(message);
+        }
+    };
+}
+
+void RecordingEngine::reportFailure(const std::string& message) {
+    if (errorHandler_) {
+        errorHandler_(message);
+    }
+}
+
+}  // namespace bw

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "engine/ActiveSource.h"
+#include "engine/Capture.h"
+#include "engine/LevelStore.h"
+#include "engine/QueuedFileWriter.h"
+#include "engine/RecordingEngineConfiguration.h"
+#include "engine/RecordingEngineSession.h"
+#include "platform/av/AudioEngine.h"
+#include "platform/dispatch/SerialQueue.h"
+#include "platform/hal/AudioHardware.h"
+
+namespace bw {
+
+/// Runs one recording: a capture per source, each through a player and a gain unit into the
+/// record mixer, whose tap feeds the file writer and whose output goes to the speakers (silenced
+/// unless the mix is to be heard). Keeps the graph alive across audio configuration changes and
+/// takes everything down in a fixed order. One engine per recording.
+///
+/// Owner: shared (`std::make_shared`); callbacks hold it weakly. Thread: the session members are
+/// called from the main thread; every sequence runs on `controlQueue`, which alone touches the
+/// graph, the sources, the writer and the running state. Start and stop block that queue.
+class RecordingEngine : public RecordingEngineSession,
+                        public std::enable_shared_from_this<RecordingEngine> {
+public:
+    using Configuration = RecordingEngineConfiguration;
+
+    static constexpr const char* kControlQueueLabel =
+        "com.tallowfields.BrightwaveRecord.engine-control";
+    static constexpr FrameCount kTapBufferSize = 4096;
+    static constexpr auto kDrainBudget = std::chrono::milliseconds(250);
+
+    RecordingEngine(Configuration configuration, std::shared_ptr<AudioHardware> hardware,
+                    CaptureFactory captureFactory);
+    ~RecordingEngine() override;
+
+    /// A factory that makes engines on this hardware with these captures.
+    static RecordingEngineFactory makeFactory(std::shared_ptr<AudioHardware> hardware,
+                                              CaptureFactory captureFactory);
+
+    LevelStore& levels() override { return *levels_; }
+    std::map<std::string, std::string> sourceFailures() const override;
+    std::vector<RecordingSource> sourcesWithoutAudio() const override;
+    void setErrorHandler(FailureCallback handler) override { errorHandler_ = std::move(handler); }
+    void start(StartCompletion completion) override;
+    void stop(StopCompletion completion) override;
+    void setVolume(float volume, const std::string& sourceID) override;
+
+    const Configuration& configuration() const { return configuration_; }
+    const AudioFormat& canonicalFormat() const { return canonicalFormat_; }
+    SerialQueue& controlQueue() { return *controlQueue_; }
+
+private:
+    Expected<void, ErrorRef> runStartSequence();
+    void runStopSequence(StopCompletion completion);
+    void restartAfterConfigurationChange();
+    void silenceAndStopCaptures();
+    void applyGainLaw(const ActiveSource& active, float volume);
+    BufferHandler makeBufferHandler(const ActiveSource& active);
+    FailureCallback failureCallback();
+    void reportFailure(const std::string& message);
+
+    const Configuration configuration_;
+    std::shared_ptr<LevelStore> levels_;
+    std::map<std::string, std::string> sourceFailures_;
+    FailureCallback errorHandler_;
+    std::shared_ptr<AudioHardware> hardware_;
+    CaptureFactory captureFactory_;
+    std::unique_ptr<AudioEngine> engine_;
+    std::shared_ptr<AudioMixerNode> recordMixer_;
+    std::vector<ActiveSource> activeSources_;
+    std::shared_ptr<QueuedFileWriter> fileWriter_;
+    std::optional<AudioEngine::ObserverToken> configChangeObserver_;
+    bool running_ = false;
+    const AudioFormat canonicalFormat_;
+    std::shared_ptr<SerialQueue> controlQueue_;
+};
+
+}  // namespace bw

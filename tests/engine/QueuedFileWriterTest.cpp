@@ -1,0 +1,155 @@
+#include "engine/QueuedFileWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <future>
+
+#include "engine/RecordingFormat.h"
+#include "tests/support/DecodedAudio.h"
+#include "tests/support/GraphRig.h"
+
+namespace bw {
+namespace {
+
+namespace fs = std::filesystem;
+
+class QueuedFileWriterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() /
+               ("bw-writer-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    std::shared_ptr<QueuedFileWriter> makeWriter(const fs::path& path) {
+        auto file = AudioFile::createForWriting(
+            path, RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
+        EXPECT_TRUE(file) << (file ? "" : file.error().localizedDescription());
+        return std::make_shared<QueuedFileWriter>(std::move(file).value());
+    }
+    // Blocks the writer's queue until the returned promise is fulfilled.
+    std::promise<void> blockQueue(QueuedFileWriter& writer) {
+        std::promise<void> release;
+        writer.queue().async([future = release.get_future().share()] { future.wait(); });
+        return release;
+    }
+    void closeAndWait(QueuedFileWriter& writer) {
+        std::promise<void> closed;
+        writer.close([&] { closed.set_value(); });
+        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    }
+
+    fs::path dir_;
+    std::vector<std::string> reports_;
+    std::mutex reportsMutex_;
+    FailureCallback onFailure_ = [this](const std::string& message) {
+        std::lock_guard guard(reportsMutex_);
+        reports_.push_back(message);
+    };
+    std::shared_ptr<PCMBuffer> frame_ = test::makeBuffer(48000, {std::vector<float>(512, 0.25f),
+                                                                 std::vector<float>(512, -0.25f)});
+};
+
+TEST_F(QueuedFileWriterTest, TheTwentyFifthBufferInFlightIsDroppedAndReportedOnlyOnce) {
+    auto writer = makeWriter(dir_ / "take.wav");
+    auto release = blockQueue(*writer);
+    for (int i = 0; i < 24; ++i) {
+        writer->write(*frame_, onFailure_);
+    }
+    EXPECT_TRUE(reports_.empty());
+    writer->write(*frame_, onFailure_);
+    writer->write(*frame_, onFailure_);
+    EXPECT_EQ(reports_, std::vector<std::string>{"Recording stopped because writing could not keep up."});
+    release.set_value();
+    writer->queue().sync([] {});
+    auto blockedAgain = blockQueue(*writer);
+    for (int i = 0; i < 30; ++i) {
+        writer->write(*frame_, onFailure_);  // a second overload after slots freed up
+    }
+    blockedAgain.set_value();
+    closeAndWait(*writer);
+    EXPECT_EQ(reports_.size(), 1u);
+    auto decoded = test::decodeAudioFile(dir_ / "take.wav");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), std::size_t(24 + 24) * 512) << "every accepted buffer is in the file";
+}
+
+TEST_F(QueuedFileWriterTest, CloseCompletesAfterEveryQueuedWriteAndRefusesLaterOnes) {
+    auto writer = makeWriter(dir_ / "take.wav");
+    auto release = blockQueue(*writer);
+    for (int i = 0; i < 10; ++i) {
+        writer->write(*frame_, onFailure_);
+    }
+    std::promise<void> closed;
+    writer->close([&] { closed.set_value(); });
+    writer->write(*frame_, onFailure_);  // after the close: neither written nor reported
+    release.set_value();
+    ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    auto decoded = test::decodeAudioFile(dir_ / "take.wav");
+    ASSERT_TRUE(decoded) << "a closed file has a valid header";
+    EXPECT_EQ(decoded->frames(), 10u * 512);
+    EXPECT_FLOAT_EQ(decoded->channelsData[0][100], 0.25f);
+    EXPECT_TRUE(reports_.empty());
+}
+
+TEST_F(QueuedFileWriterTest, CloseOnItsOwnQueueCompletesBeforeReturning) {
+    auto writer = makeWriter(dir_ / "take.wav");
+    bool completedInside = false;
+    writer->queue().sync([&] {
+        bool completed = false;
+        writer->close([&] { completed = true; });
+        completedInside = completed;
+    });
+    EXPECT_TRUE(completedInside);
+}
+
+TEST_F(QueuedFileWriterTest, AFailedWriteIsReportedOnceAndLaterOverloadsStaySilent) {
+    fs::create_symlink("/dev/full", dir_ / "full.wav");
+    auto file = AudioFile::createForWriting(dir_ / "full.wav",
+                                            RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
+    if (!file) {
+        GTEST_SKIP() << "the full disk already refuses the header: " << file.error().localizedDescription();
+    }
+    auto writer = std::make_shared<QueuedFileWriter>(std::move(file).value());
+    auto big = test::makeBuffer(48000, {std::vector<float>(48000, 0.1f), std::vector<float>(48000, 0.1f)});
+    for (int i = 0; i < 8; ++i) {
+        writer->write(*big, onFailure_);
+    }
+    writer->queue().sync([] {});
+    auto release = blockQueue(*writer);
+    for (int i = 0; i < 30; ++i) {
+        writer->write(*big, onFailure_);
+    }
+    release.set_value();
+    closeAndWait(*writer);
+    ASSERT_EQ(reports_.size(), 1u);
+    EXPECT_EQ(reports_[0].rfind("Recording failed while writing the file. ", 0), 0u) << reports_[0];
+    EXPECT_NE(reports_[0].find("No space left on device"), std::string::npos) << reports_[0];
+}
+
+TEST_F(QueuedFileWriterTest, ABufferThatCannotBeCopiedGivesItsSlotBackAndReportsOnce) {
+    auto writer = makeWriter(dir_ / "take.wav");
+    auto ints = PCMBuffer::make(AudioFormat(CommonFormat::pcmFormatInt16, 48000, 2, true), 64);
+    ints->setFrameLength(64);
+    auto release = blockQueue(*writer);
+    for (int i = 0; i < 30; ++i) {
+        writer->write(*ints, onFailure_);
+    }
+    EXPECT_EQ(reports_, std::vector<std::string>{"Recording failed while preparing audio for writing."});
+    for (int i = 0; i < 24; ++i) {
+        writer->write(*frame_, onFailure_);  // all 24 slots are free again
+    }
+    EXPECT_EQ(reports_.size(), 1u);
+    release.set_value();
+    closeAndWait(*writer);
+    auto decoded = test::decodeAudioFile(dir_ / "take.wav");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), 24u * 512);
+}
+
+}  // namespace
+}  // namespace bw

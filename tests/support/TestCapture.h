@@ -1,0 +1,108 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "engine/Capture.h"
+
+namespace bw::test {
+
+/// A capture that honours the engine's contract without a device: it starts (or fails with the
+/// error it was given), and the test hands it buffers, which reach the handler on the test's
+/// thread as they would on a capture thread.
+class TestCapture : public Capture {
+public:
+    explicit TestCapture(AudioFormat format, ErrorRef startFailure = nullptr)
+        : format_(format), startFailure_(std::move(startFailure)) {}
+
+    Expected<void, ErrorRef> start() override {
+        std::lock_guard guard(lock_);
+        ++startCalls_;
+        if (startFailure_) {
+            return Unexpected(startFailure_);
+        }
+        started_ = true;
+        return {};
+    }
+    std::optional<AudioFormat> format() const override {
+        std::lock_guard guard(lock_);
+        return started_ ? std::optional(format_) : std::nullopt;
+    }
+    void setBufferHandler(BufferHandler handler) override {
+        std::lock_guard guard(lock_);
+        handler_ = std::move(handler);
+    }
+    void stop() override {
+        std::lock_guard guard(lock_);
+        ++stopCalls_;
+        started_ = false;
+    }
+
+    /// Hands one buffer to the handler, outside the lock; false when there is none.
+    bool deliver(std::shared_ptr<PCMBuffer> buffer) {
+        BufferHandler handler;
+        {
+            std::lock_guard guard(lock_);
+            handler = handler_;
+        }
+        if (!handler) {
+            return false;
+        }
+        handler(std::move(buffer));
+        return true;
+    }
+
+    int startCalls() const {
+        std::lock_guard guard(lock_);
+        return startCalls_;
+    }
+    int stopCalls() const {
+        std::lock_guard guard(lock_);
+        return stopCalls_;
+    }
+    const AudioFormat& declaredFormat() const { return format_; }
+
+private:
+    mutable std::mutex lock_;
+    AudioFormat format_;
+    ErrorRef startFailure_;
+    BufferHandler handler_;
+    bool started_ = false;
+    int startCalls_ = 0;
+    int stopCalls_ = 0;
+};
+
+/// Hands out prepared captures by source id and remembers how it was asked.
+class TestCaptureFactory {
+public:
+    void add(const std::string& sourceID, std::shared_ptr<TestCapture> capture) {
+        std::lock_guard guard(lock_);
+        captures_[sourceID] = std::move(capture);
+    }
+    CaptureFactory factory() {
+        return [this](const RecordingSource& source, bool mute) -> std::shared_ptr<Capture> {
+            std::lock_guard guard(lock_);
+            requests_.push_back({source.id, mute});
+            auto it = captures_.find(source.id);
+            return it == captures_.end() ? nullptr : it->second;
+        };
+    }
+    struct Request {
+        std::string sourceID;
+        bool muteTappedAudio;
+    };
+    std::vector<Request> requests() const {
+        std::lock_guard guard(lock_);
+        return requests_;
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::map<std::string, std::shared_ptr<TestCapture>> captures_;
+    std::vector<Request> requests_;
+};
+
+}  // namespace bw::test
