@@ -35,11 +35,9 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
         report(localized("Recording failed while preparing audio for writing."), onFailure);
         return;
     }
-    queue_->async([weak = weak_from_this(), copy = std::move(copy), onFailure] {
-        auto self = weak.lock();
-        if (!self) {
-            return;
-        }
+    // The write keeps the writer alive: a buffer once accepted reaches the file even when the
+    // owner lets go of the writer right after closing it.
+    queue_->async([self = shared_from_this(), copy = std::move(copy), onFailure] {
         if (self->file_) {
             if (auto written = self->file_->write(*copy); !written) {
                 self->report(localized("Recording failed while writing the file.") + " " +
@@ -56,10 +54,10 @@ void QueuedFileWriter::close(std::function<void()> completion) {
         std::lock_guard guard(stateLock_);
         closed_ = true;
     }
-    auto job = [weak = weak_from_this(), completion = std::move(completion)] {
-        if (auto self = weak.lock()) {
-            self->file_.reset();
-        }
+    // The job holds the writer: were the owner's last reference to go on another thread, the
+    // file would be finishing there while this job already reported it complete.
+    auto job = [self = shared_from_this(), completion = std::move(completion)] {
+        self->file_.reset();
         if (completion) {
             completion();
         }

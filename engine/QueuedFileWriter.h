@@ -15,7 +15,8 @@ namespace bw {
 /// the disk. At most `maxPendingBuffers` copies are in flight; beyond that buffers are dropped.
 /// The first failure of any kind is reported once; nothing is retried.
 ///
-/// Owner: the recording engine (shared; queued jobs hold the writer weakly). Thread: `write` on
+/// Owner: the recording engine (shared; queued writes and the close hold the writer too, so what
+/// was accepted is written even after the owner lets go). Thread: `write` on
 /// the tap's thread (a short locked update, one copy, one dispatch; never blocks on the disk);
 /// `close` on the engine's control queue; the file only on `queue`. `stateLock` is never held
 /// across the callback, the copy or the file.

@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/dict.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
+#include <libavutil/log.h>
 }
 
 #include <algorithm>
@@ -16,6 +17,7 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -395,6 +397,7 @@ struct AudioFile::Impl {
     std::vector<std::int16_t> pcmScratch;
     std::uint64_t pcmBytes = 0;
     std::int64_t framesWritten = 0;
+    std::int64_t pcmTimeline = 0;  // in samples, of the next PCM packet, refused ones included
     bool open = false;
 
     Impl(std::filesystem::path path, const Plan& p)
@@ -566,11 +569,12 @@ Expected<void, AVError> AudioFile::Impl::writePcm(const float* const* data, bool
         pkt->size = n * channels * int(sizeof(std::int16_t));
         pkt->stream_index = stream->index;
         pkt->flags = AV_PKT_FLAG_KEY;
-        pkt->pts =
-            av_rescale_q(framesWritten + done, AVRational{1, plan.sampleRate}, stream->time_base);
+        pkt->pts = av_rescale_q(pcmTimeline, AVRational{1, plan.sampleRate}, stream->time_base);
         pkt->dts = pkt->pts;
         pkt->duration = av_rescale_q(n, AVRational{1, plan.sampleRate}, stream->time_base);
         const int rc = av_write_frame(muxer, pkt);
+        // The timeline moves on even for a refused packet, so later writes stay in order.
+        pcmTimeline += n;
         pkt->data = nullptr;
         pkt->size = 0;
         if (rc < 0) {
@@ -706,6 +710,9 @@ AudioFile::~AudioFile() {
 
 Expected<std::unique_ptr<AudioFile>, AVError> AudioFile::createForWriting(
     const std::filesystem::path& url, const AudioSettings& settings) {
+    // The program keeps no log: every failure reaches the user as an error instead.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
     const auto plan = planFor(url, settings);
     if (!plan) {
         return Unexpected(plan.error());

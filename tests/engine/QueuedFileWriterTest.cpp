@@ -96,6 +96,25 @@ TEST_F(QueuedFileWriterTest, CloseCompletesAfterEveryQueuedWriteAndRefusesLaterO
     EXPECT_TRUE(reports_.empty());
 }
 
+TEST_F(QueuedFileWriterTest, TheOwnerLettingGoRightAfterTheCloseLosesNothing) {
+    for (int round = 0; round < 5; ++round) {
+        const fs::path path = dir_ / ("take" + std::to_string(round) + ".wav");
+        auto writer = makeWriter(path);
+        auto release = blockQueue(*writer);
+        for (int i = 0; i < 10; ++i) {
+            writer->write(*frame_, onFailure_);
+        }
+        std::promise<void> closed;
+        writer->close([&] { closed.set_value(); });
+        writer.reset();  // the engine drops its writer as soon as it has asked for the close
+        release.set_value();
+        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        auto decoded = test::decodeAudioFile(path);
+        ASSERT_TRUE(decoded) << "complete when the completion runs";
+        EXPECT_EQ(decoded->frames(), 10u * 512);
+    }
+}
+
 TEST_F(QueuedFileWriterTest, CloseOnItsOwnQueueCompletesBeforeReturning) {
     auto writer = makeWriter(dir_ / "take.wav");
     bool completedInside = false;

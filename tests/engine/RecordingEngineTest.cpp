@@ -1,0 +1,307 @@
+#include "engine/RecordingEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <span>
+#include <thread>
+
+#include "engine/RecordingEngineError.h"
+#include "platform/av/AVError.h"
+#include "tests/support/DecodedAudio.h"
+#include "tests/support/EngineRig.h"
+
+namespace bw {
+namespace {
+
+namespace fs = std::filesystem;
+using test::EngineRig;
+using test::FakeHardware;
+using test::HardwareOperation;
+
+const AudioFormat kMono44 = *AudioFormat::standard(44100, 1);
+const AudioFormat kStereo32 = *AudioFormat::standard(32000, 2);
+const AudioFormat kStereo48 = *AudioFormat::standard(48000, 2);
+
+double db(double linear) { return 20.0 * std::log10(linear); }
+
+double levelIn(const std::vector<float>& samples, double frequency, double fromSeconds,
+               double toSeconds) {
+    const auto from = std::size_t(fromSeconds * 48000);
+    const auto to = std::min(samples.size(), std::size_t(toSeconds * 48000));
+    return test::toneLevelDb(std::span<const float>(samples).subspan(from, to - from), frequency, 48000);
+}
+
+class CaptureError : public Error {
+public:
+    explicit CaptureError(std::string text) : text_(std::move(text)) {}
+    std::string localizedDescription() const override { return text_; }
+
+private:
+    std::string text_;
+};
+
+struct FormatCase {
+    RecordingFormat format;
+    double toleranceDb;
+    friend void PrintTo(const FormatCase& c, std::ostream* os) { *os << c.format.rawValue(); }
+};
+
+class RecordingContentTest : public ::testing::TestWithParam<FormatCase> {};
+
+TEST_P(RecordingContentTest, SourcesAtTheirOwnFormatsLandInTheFileAtTheGainLawsLevels) {
+    EngineRig rig;
+    auto low = rig.addSource("Low", kMono44, 1000.0, 0.4f, 2.0);
+    auto high = rig.addSource("High", kStereo32, 3000.0, 0.4f, 2.0);
+    auto engine = rig.makeEngine(rig.configuration({low, high}, GetParam().format,
+                                                   {{low.id, 0.5f}, {high.id, 1.5f}}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(2.0);
+    const fs::path url = EngineRig::stop(*engine);
+    EXPECT_EQ(url, engine->configuration().fileURL);
+
+    auto decoded = test::decodeAudioFile(url);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->sampleRate, 48000);
+    EXPECT_EQ(decoded->channels, 2);
+    EXPECT_GE(decoded->frames(), 48000u * 19 / 10) << "nearly all of the two seconds";
+    for (int channel = 0; channel < 2; ++channel) {
+        const auto& samples = decoded->channelsData[std::size_t(channel)];
+        EXPECT_NEAR(levelIn(samples, 1000.0, 0.3, 1.7), db(0.2), GetParam().toleranceDb);
+        EXPECT_NEAR(levelIn(samples, 3000.0, 0.3, 1.7), db(0.6), GetParam().toleranceDb);
+    }
+    EXPECT_TRUE(rig.reportsSoFar().empty());
+    EXPECT_TRUE(engine->sourcesWithoutAudio().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RecordingContentTest,
+                         ::testing::Values(FormatCase{RecordingFormat::wav, 0.1},
+                                           FormatCase{RecordingFormat::aiff, 0.1},
+                                           FormatCase{RecordingFormat::m4a, 0.5}),
+                         [](const auto& info) { return info.param.format.rawValue(); });
+
+TEST(RecordingEngineTest, ASourceThatFailsToStartLeavesAWarningAndTheOtherIsRecorded) {
+    EngineRig rig;
+    auto broken = rig.addSource("Broken", kStereo48, 500.0, 0.5f, 1.0,
+                                makeError(CaptureError("Audio system error 1 during create process tap")));
+    auto working = rig.addSource("Working", kStereo48, 1000.0, 0.5f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({broken, working}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    EXPECT_EQ(engine->sourceFailures(),
+              (std::map<std::string, std::string>{
+                  {broken.id, "Broken: Audio system error 1 during create process tap"}}));
+    rig.run(1.0);
+    const auto url = EngineRig::stop(*engine);
+    EXPECT_TRUE(engine->sourcesWithoutAudio().empty()) << "the failed source is not listed";
+    auto decoded = test::decodeAudioFile(url);
+    ASSERT_TRUE(decoded);
+    EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 0.2, 0.8), db(0.5), 0.1);
+}
+
+TEST(RecordingEngineTest, ASourceThatNeverDeliversIsListedAfterTheStop) {
+    EngineRig rig;
+    auto quiet = rig.addSource("Quiet", kStereo48, 500.0, 0.5f, 0.0);
+    auto loud = rig.addSource("Loud", kStereo48, 1000.0, 0.5f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({quiet, loud}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(0.5);
+    EngineRig::stop(*engine);
+    const auto silent = engine->sourcesWithoutAudio();
+    ASSERT_EQ(silent.size(), 1u);
+    EXPECT_EQ(silent[0].id, quiet.id);
+}
+
+TEST(RecordingEngineTest, WhenNoSourceStartsThereIsNeitherFileNorFolder) {
+    EngineRig rig;
+    auto a = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("gone")));
+    auto b = rig.addSource("B", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("denied")));
+    auto engine = rig.makeEngine(rig.configuration({a, b}));
+    auto started = EngineRig::start(*engine);
+    ASSERT_FALSE(started);
+    auto* error = dynamic_cast<const RecordingEngineError*>(started.error().get());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->localizedDescription(), "No audio source could be started.\nA: gone\nB: denied");
+    EXPECT_FALSE(fs::exists(engine->configuration().fileURL.parent_path()));
+    EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createIOProcID), 0u);
+
+    auto empty = rig.makeEngine(rig.configuration({}));
+    auto none = EngineRig::start(*empty);
+    ASSERT_FALSE(none);
+    EXPECT_EQ(none.error()->localizedDescription(), "No audio source could be started.\n");
+}
+
+TEST(RecordingEngineTest, AnOutputDeviceThatWontStartLeavesNoFileAndGivesThePlatformError) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({source}));
+    rig.hardware->failNext(HardwareOperation::deviceStart, -50);
+    auto started = EngineRig::start(*engine);
+    ASSERT_FALSE(started);
+    auto* platform = dynamic_cast<const AVError*>(started.error().get());
+    ASSERT_NE(platform, nullptr) << "not wrapped: " << started.error()->localizedDescription();
+    EXPECT_EQ(platform->code(), -50);
+    EXPECT_FALSE(fs::exists(engine->configuration().fileURL));
+    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
+}
+
+TEST(RecordingEngineTest, AFolderThatCannotBeMadeFailsTheStartWithTheReason) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
+    auto configuration = rig.configuration({source});
+    fs::create_directories(rig.folder);
+    std::ofstream(rig.folder / "takes") << "a file where the folder should be";
+    auto engine = rig.makeEngine(configuration);
+    auto started = EngineRig::start(*engine);
+    ASSERT_FALSE(started);
+    auto* error = dynamic_cast<const RecordingEngineError*>(started.error().get());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->localizedDescription().rfind("Could not create the recording file. ", 0), 0u)
+        << error->localizedDescription();
+    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
+}
+
+TEST(RecordingEngineTest, WithoutPassthroughTheSpeakersGetSilenceWhileTheFileHasTheMix) {
+    for (bool passthrough : {false, true}) {
+        EngineRig rig;
+        auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 1.0);
+        auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, passthrough));
+        ASSERT_TRUE(EngineRig::start(*engine));
+        auto speakers = rig.run(1.0);
+        const auto url = EngineRig::stop(*engine);
+        EXPECT_EQ(rig.captures.requests()[0].muteTappedAudio, passthrough);
+        const float heard = test::peakOf(speakers[0]);
+        if (passthrough) {
+            EXPECT_NEAR(levelIn(speakers[0], 1000.0, 0.2, 0.8), db(0.5), 0.1);
+        } else {
+            EXPECT_EQ(heard, 0.0f);
+        }
+        auto decoded = test::decodeAudioFile(url);
+        ASSERT_TRUE(decoded);
+        EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 0.2, 0.8), db(0.5), 0.1)
+            << "passthrough " << passthrough;
+    }
+}
+
+TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreFull) {
+    EngineRig rig;
+    std::vector<RecordingSource> sources;
+    for (int i = 0; i < 6; ++i) {
+        sources.push_back(rig.addSource("S" + std::to_string(i), kStereo48, 500.0, 0.1f, 1.0));
+    }
+    auto engine = rig.makeEngine(rig.configuration(sources));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    for (const auto& source : sources) {
+        for (int i = 0; i < 96; ++i) {  // the speakers never run: every scheduler stays full
+            rig.feeds[source.id].capture->deliver(
+                EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+        }
+    }
+    const auto before = std::chrono::steady_clock::now();
+    EngineRig::stop(*engine);
+    const auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(took, std::chrono::milliseconds(250));
+    EXPECT_LT(took, std::chrono::milliseconds(450));
+    EXPECT_TRUE(rig.reportsSoFar().empty());
+}
+
+TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kStereo48, 500.0, 0.1f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({source}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(0.2);
+    for (int i = 0; i < 150; ++i) {
+        rig.feeds[source.id].capture->deliver(
+            EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+    }
+    rig.run(0.5);
+    for (int i = 0; i < 150; ++i) {
+        rig.feeds[source.id].capture->deliver(
+            EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+    }
+    EXPECT_EQ(rig.reportsSoFar(),
+              std::vector<std::string>{"Recording stopped because audio capture could not keep up."});
+    const auto url = EngineRig::stop(*engine);
+    EXPECT_EQ(url, engine->configuration().fileURL);
+    EXPECT_TRUE(test::decodeAudioFile(url));
+}
+
+TEST(RecordingEngineTest, AVolumeChangeReachesTheFileFromThatMoment) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kMono44, 1000.0, 0.4f, 2.0);
+    auto engine = rig.makeEngine(rig.configuration({source}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(1.0);
+    engine->setVolume(0.5f, source.id);
+    engine->setVolume(1.5f, "app:not.recorded");  // ignored
+    engine->controlQueue().sync([] {});
+    rig.run(1.0);
+    auto decoded = test::decodeAudioFile(EngineRig::stop(*engine));
+    ASSERT_TRUE(decoded);
+    EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 0.2, 0.9), db(0.4), 0.1);
+    EXPECT_NEAR(levelIn(decoded->channelsData[1], 1000.0, 1.15, 1.8), db(0.2), 0.1);
+}
+
+TEST(RecordingEngineTest, AnOutputChangeRestartsTheGraphAndTheRecordingGoesOnInTheSameFile) {
+    EngineRig rig;
+    const auto headphones = rig.hardware->addDevice(
+        {"headphones", "Headphones", FakeHardware::floatFormat(44100, 2, false), {}});
+    auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 2.0);
+    auto engine = rig.makeEngine(rig.configuration({source}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(1.0);
+    rig.hardware->setDefaultOutputDevice(headphones);
+    for (int i = 0; i < 500 && rig.hardware->runningIOProcCount(headphones) == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ASSERT_EQ(rig.hardware->runningIOProcCount(headphones), 1u) << "restarted on the new output";
+    EXPECT_EQ(rig.hardware->ioProcCount(rig.speakers), 0u);
+    rig.run(1.0, headphones, 44100);
+    auto decoded = test::decodeAudioFile(EngineRig::stop(*engine));
+    ASSERT_TRUE(decoded);
+    EXPECT_GE(decoded->frames(), std::size_t(48000 * 1.8));
+    EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 0.2, 0.9), db(0.5), 0.1);
+    EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 1.2, 1.8), db(0.5), 0.1);
+    EXPECT_TRUE(rig.reportsSoFar().empty());
+}
+
+TEST(RecordingEngineTest, ARestartThatFailsReportsTheOutputChange) {
+    EngineRig rig;
+    const auto headphones = rig.hardware->addDevice(
+        {"headphones", "Headphones", FakeHardware::floatFormat(48000, 2), {}});
+    auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({source}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(0.3);
+    rig.hardware->failNext(HardwareOperation::deviceStart, 1852797029);
+    rig.hardware->setDefaultOutputDevice(headphones);
+    for (int i = 0; i < 500 && rig.reportsSoFar().empty(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    const auto reports = rig.reportsSoFar();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].rfind("Recording stopped because the audio output changed. ", 0), 0u)
+        << reports[0];
+    EXPECT_NE(reports[0].find("1852797029"), std::string::npos);
+    EXPECT_EQ(EngineRig::stop(*engine), engine->configuration().fileURL);
+}
+
+TEST(RecordingEngineTest, LevelsHoldEachSourcesRawPeakAndTheMixAfterTheFaders) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kStereo48, 1000.0, 0.8f, 1.0);
+    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {{source.id, 0.5f}}));
+    ASSERT_TRUE(EngineRig::start(*engine));
+    rig.run(0.5);
+    engine->levels().drain();
+    rig.run(0.3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    auto peaks = engine->levels().drain();
+    EngineRig::stop(*engine);
+    EXPECT_NEAR(peaks[source.id], 0.8f, 0.01f) << "before the fader";
+    EXPECT_NEAR(peaks[RecordingSource::kMasterLevelKey], 0.4f, 0.01f) << "after the fader";
+}
+
+}  // namespace
+}  // namespace bw
