@@ -33,7 +33,7 @@ public:
                  ("bw-engine-" + std::to_string(::getpid()) + "-" + std::to_string(counter()++));
         std::filesystem::remove_all(folder);
     }
-    ~EngineRig() { if (!getenv("BW_KEEP")) std::filesystem::remove_all(folder); }
+    ~EngineRig() { std::filesystem::remove_all(folder); }
 
     /// A source with a capture in `format` whose signal is a sine per channel.
     RecordingSource addSource(const std::string& name, const AudioFormat& format, double frequency,
