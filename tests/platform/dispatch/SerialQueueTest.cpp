@@ -89,9 +89,10 @@ TEST(SerialQueueTest, DestructionRunsEveryQueuedTaskFirst) {
 
 TEST(SerialQueueTest, LastOwnerDroppingTheQueueFromItsOwnTaskDoesNotHang) {
     auto queue = std::make_shared<SerialQueue>("com.tallowfields.BrightwaveRecord.test");
+    SerialQueue* raw = queue.get();
     std::promise<void> finished;
-    queue->async([&queue, &finished] {
-        queue.reset();
+    raw->async([owner = std::move(queue), &finished]() mutable {
+        owner.reset();
         finished.set_value();
     });
     EXPECT_EQ(finished.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
