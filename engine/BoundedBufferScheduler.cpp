@@ -16,6 +16,7 @@ void BoundedBufferScheduler::schedule(std::shared_ptr<PCMBuffer> buffer,
             return;
         }
         if (pendingBuffers_ >= maxPendingBuffers_) {
+            ++droppedBuffers_;
             if (reportedOverrun_) {
                 return;
             }
@@ -61,6 +62,15 @@ void BoundedBufferScheduler::stopAndForgetPending() {
 int BoundedBufferScheduler::pendingBuffers() const {
     std::lock_guard guard(lock_);
     return pendingBuffers_;
+}
+
+}  // namespace bw
+
+namespace bw {
+
+int BoundedBufferScheduler::droppedBuffers() const {
+    std::lock_guard guard(lock_);
+    return droppedBuffers_;
 }
 
 }  // namespace bw

@@ -32,6 +32,8 @@ public:
     /// Buffers are refused and the pending count forgotten (before the player's `stop`).
     void stopAndForgetPending();
     int pendingBuffers() const;
+    /// Buffers dropped because the bound was reached.
+    int droppedBuffers() const;
 
     const std::shared_ptr<AudioPlayerNode>& player() const { return player_; }
 
@@ -44,6 +46,7 @@ private:
     int pendingBuffers_ = 0;
     bool stopped_ = false;
     bool reportedOverrun_ = false;
+    int droppedBuffers_ = 0;
 };
 
 }  // namespace bw

@@ -17,6 +17,7 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
             return;
         }
         if (pendingBuffers_ >= maxPendingBuffers_) {
+            droppedBuffers_.fetch_add(1);
             if (reportedFailure_) {
                 return;
             }
@@ -43,6 +44,8 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
                 self->report(localized("Recording failed while writing the file.") + " " +
                                  written.error().localizedDescription(),
                              onFailure);
+            } else {
+                self->framesWritten_.fetch_add(copy->frameLength());
             }
         }
         self->returnSlot();

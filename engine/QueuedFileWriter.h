@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -35,6 +37,10 @@ public:
     /// it completes before returning.
     void close(std::function<void()> completion = {});
 
+    /// Frames that reached the file so far, and buffers refused at the bound (any thread).
+    std::int64_t framesWritten() const { return framesWritten_.load(); }
+    int droppedBuffers() const { return droppedBuffers_.load(); }
+
     /// The writer's queue (for tests and for callers that must know where completions run).
     SerialQueue& queue() { return *queue_; }
 
@@ -49,6 +55,8 @@ private:
     int pendingBuffers_ = 0;
     bool reportedFailure_ = false;
     const int maxPendingBuffers_;
+    std::atomic<std::int64_t> framesWritten_{0};
+    std::atomic<int> droppedBuffers_{0};
 };
 
 }  // namespace bw

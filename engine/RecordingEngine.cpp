@@ -57,6 +57,21 @@ std::vector<RecordingSource> RecordingEngine::sourcesWithoutAudio() const {
     return silent;
 }
 
+RecordingEngine::Statistics RecordingEngine::statistics() const {
+    Statistics statistics;
+    controlQueue_->sync([&] {
+        for (const auto& active : activeSources_) {
+            statistics.droppedCaptureBuffers += active.scheduler->droppedBuffers();
+        }
+        if (lastWriter_) {
+            statistics.framesWritten = lastWriter_->framesWritten();
+            statistics.droppedMixBuffers = lastWriter_->droppedBuffers();
+        }
+        statistics.droppedMixFrames = recordMixer_->tapDroppedFrames();
+    });
+    return statistics;
+}
+
 void RecordingEngine::start(StartCompletion completion) {
     controlQueue_->async([self = shared_from_this(), completion = std::move(completion)] {
         auto result = self->runStartSequence();
@@ -152,6 +167,7 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     }
     fileWriter_ = std::make_shared<QueuedFileWriter>(std::move(file).value(),
                                                      QueuedFileWriter::kMaxPendingBuffers);
+    lastWriter_ = fileWriter_;
 
     // 4. The master tap: the mix's peak and its hand-over to the writer.
     recordMixer_->installTap(

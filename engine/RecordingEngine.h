@@ -50,6 +50,16 @@ public:
     void stop(StopCompletion completion) override;
     void setVolume(float volume, const std::string& sourceID) override;
 
+    /// What a recording lost and wrote, for diagnostics and benchmarks. Complete after the stop.
+    struct Statistics {
+        std::int64_t framesWritten = 0;
+        int droppedCaptureBuffers = 0;  // at the schedulers' bound
+        int droppedMixBuffers = 0;      // at the writer's bound
+        std::uint64_t droppedMixFrames = 0;  // by the mixer's tap
+    };
+    /// Waits for the control queue (any thread but a capture's or the writer's).
+    Statistics statistics() const;
+
     const Configuration& configuration() const { return configuration_; }
     const AudioFormat& canonicalFormat() const { return canonicalFormat_; }
     SerialQueue& controlQueue() { return *controlQueue_; }
@@ -74,6 +84,7 @@ private:
     std::shared_ptr<AudioMixerNode> recordMixer_;
     std::vector<ActiveSource> activeSources_;
     std::shared_ptr<QueuedFileWriter> fileWriter_;
+    std::shared_ptr<QueuedFileWriter> lastWriter_;  // kept after the stop for its counters
     std::optional<AudioEngine::ObserverToken> configChangeObserver_;
     bool running_ = false;
     const AudioFormat canonicalFormat_;

@@ -46,6 +46,7 @@ void AudioMixerNode::removeTap(std::uint32_t bus) {
         engine()->waitForRenderCycle();
     }
     tap->stop();
+    tapDroppedFrames_.fetch_add(tap->droppedFrames());
 }
 
 bool AudioMixerNode::prepareRender(FrameCount maxFrames) {

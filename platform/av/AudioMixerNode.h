@@ -42,6 +42,9 @@ public:
     /// Removes the tap. After it returns no block call starts. Harmless without a tap.
     void removeTap(std::uint32_t bus);
 
+    /// Frames lost because a tap's thread fell behind, over every tap removed so far.
+    std::uint64_t tapDroppedFrames() const { return tapDroppedFrames_.load(); }
+
 protected:
     std::uint32_t maximumInputs() const override { return 0xFFFFFFFFu; }
     bool prepareRender(FrameCount maxFrames) override;
@@ -53,6 +56,7 @@ private:
     std::vector<std::vector<float>> scratch_;
     std::vector<float*> scratchPointers_;
     std::atomic<detail::NodeTap*> tap_{nullptr};
+    std::atomic<std::uint64_t> tapDroppedFrames_{0};
 };
 
 }  // namespace bw

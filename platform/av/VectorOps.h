@@ -10,9 +10,11 @@ namespace bw::vec {
 
 /// Largest magnitude of `count` samples, 0 for none.
 inline float maxMagnitude(const float* samples, std::size_t count) {
+    // A plain comparison (not fmax, which must honour NaN) so the loop vectorises.
     float peak = 0.0f;
     for (std::size_t i = 0; i < count; ++i) {
-        peak = std::fmax(peak, std::fabs(samples[i]));
+        const float magnitude = std::fabs(samples[i]);
+        peak = magnitude > peak ? magnitude : peak;
     }
     return peak;
 }

@@ -42,7 +42,6 @@ bool appendFrame(const AVFrame& frame, DecodedAudio& out) {
     for (int ch = 0; ch < channels; ++ch) {
         const std::uint8_t* base = planar ? frame.extended_data[ch] : frame.extended_data[0];
         std::vector<float>& dest = out.channelsData[std::size_t(ch)];
-        dest.reserve(dest.size() + std::size_t(frame.nb_samples));
         for (int i = 0; i < frame.nb_samples; ++i) {
             const std::size_t index = planar ? std::size_t(i) : std::size_t(i) * channels + ch;
             switch (packed) {
@@ -122,6 +121,13 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
         return std::nullopt;
     }
     out.channelsData.resize(std::size_t(out.channels));
+    if (stream->duration > 0 && stream->duration != AV_NOPTS_VALUE) {
+        const auto expected = std::size_t(
+            av_rescale_q(stream->duration, stream->time_base, AVRational{1, out.sampleRate}));
+        for (auto& channel : out.channelsData) {
+            channel.reserve(expected + 4096);
+        }
+    }
 
     std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
     std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
