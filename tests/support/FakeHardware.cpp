@@ -244,6 +244,7 @@ struct Core {
 
     std::map<PropertyKey, PropertyValue> properties;
     std::map<PropertyKey, std::uint32_t> reportedSizes;
+    std::map<PropertyKey, std::uint32_t> returnedSizes;
     std::set<AudioObjectID> objects;
 
     // Stream objects per device, so removing the device removes them too.
@@ -714,6 +715,13 @@ void FakeHardware::removeProperty(AudioObjectID object, const AudioObjectPropert
     state_->core->reportedSizes.erase(PropertyKey(object, address));
 }
 
+void FakeHardware::setReturnedDataSize(AudioObjectID object,
+                                       const AudioObjectPropertyAddress& address,
+                                       std::uint32_t size) {
+    std::lock_guard lock(state_->core->mutex);
+    state_->core->returnedSizes[PropertyKey(object, address)] = size;
+}
+
 void FakeHardware::setReportedDataSize(AudioObjectID object,
                                        const AudioObjectPropertyAddress& address,
                                        std::uint32_t size) {
@@ -1050,6 +1058,10 @@ OSStatus FakeHardware::getPropertyData(AudioObjectID object,
             std::memcpy(data, stored->bytes.data(), fit);
         }
         ioSize = fit;
+        if (auto returned = core.returnedSizes.find(PropertyKey(object, address));
+            returned != core.returnedSizes.end()) {
+            ioSize = returned->second;
+        }
         return kAudioHardwareNoError;
     }
     if (ioSize < storedSize) {

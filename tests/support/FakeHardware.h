@@ -101,6 +101,11 @@ public:
     void setReportedDataSize(AudioObjectID object, const AudioObjectPropertyAddress& address,
                              std::uint32_t size);
 
+    /// From now on the data call of this list property reports `size` bytes as written, whatever
+    /// it copied: a hardware that claims more than it was offered.
+    void setReturnedDataSize(AudioObjectID object, const AudioObjectPropertyAddress& address,
+                             std::uint32_t size);
+
     /// The format that new taps report in `kAudioTapPropertyFormat` (float32 stereo 48 kHz, at
     /// first) and the nominal rate of new aggregate devices (48000 at first).
     void setTapFormat(const AudioStreamBasicDescription& format);
