@@ -1,0 +1,178 @@
+// Records real sources through RecordingEngine on PipeWireHardware.
+//
+//   record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] SOURCE[@VOLUME]...
+//
+// SOURCE is `system`, `app:<bundle ID>`, `app:pid:<pid>` or `mic:<device UID>`. Prints one JSON
+// line: frames written, dropped buffers, CPU seconds, source failures, sources without audio, and
+// the failure that ended the recording early, if any.
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capture/CaptureFactory.h"
+#include "engine/RecordingEngine.h"
+#include "platform/hal/PipeWireHardware.h"
+#include "platform/workspace/SystemWorkspace.h"
+
+namespace {
+
+using namespace bw;
+
+double cpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+int usage() {
+    std::fprintf(stderr,
+                 "usage: record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] "
+                 "SOURCE[@VOLUME]...\n  SOURCE: system | app:<bundle ID> | app:pid:<pid> | "
+                 "mic:<device UID>\n");
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    double seconds = 0;
+    std::optional<RecordingFormat> format;
+    std::string out;
+    bool passthrough = false;
+    std::vector<std::pair<std::string, float>> requested;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--seconds" && i + 1 < argc) {
+            seconds = std::atof(argv[++i]);
+        } else if (arg == "--format" && i + 1 < argc) {
+            format = RecordingFormat::fromRawValue(argv[++i]);
+        } else if (arg == "--out" && i + 1 < argc) {
+            out = argv[++i];
+        } else if (arg == "--passthrough") {
+            passthrough = true;
+        } else {
+            const auto at = arg.rfind('@');
+            const bool hasVolume = at != std::string::npos && at > arg.rfind(':');
+            requested.emplace_back(hasVolume ? arg.substr(0, at) : arg,
+                                   hasVolume ? std::strtof(arg.c_str() + at + 1, nullptr) : 1.0f);
+        }
+    }
+    if (!(seconds > 0) || !format || out.empty() || requested.empty()) {
+        return usage();
+    }
+
+    auto workspace = std::make_shared<SystemWorkspace>();
+    auto hardware = std::make_shared<PipeWireHardware>([workspace](std::int32_t pid) {
+        auto application = workspace->runningApplication(workspace->responsiblePID(pid));
+        return application ? application->bundleID : std::nullopt;
+    });
+    if (!hardware->isConnected()) {
+        std::fprintf(stderr, "record-live: no audio server to record from\n");
+        return 1;
+    }
+
+    RecordingEngineConfiguration configuration;
+    configuration.format = *format;
+    configuration.fileURL = out;
+    configuration.passthroughEnabled = passthrough;
+    for (const auto& [id, volume] : requested) {
+        std::optional<RecordingSource> source;
+        if (id == "system") {
+            source = RecordingSource::systemAudio();
+        } else if (id.rfind("app:pid:", 0) == 0) {
+            const auto pid = std::int32_t(std::atoi(id.c_str() + 8));
+            source = RecordingSource::application(pid, std::nullopt,
+                                                  workspace->processName(pid).value_or(id), true);
+        } else if (id.rfind("app:", 0) == 0) {
+            for (const auto& app : workspace->runningApplications()) {
+                if (app.bundleID == id.substr(4)) {
+                    source = RecordingSource::application(app.pid, app.bundleID,
+                                                          app.localizedName.value_or(id), true);
+                    break;
+                }
+            }
+        } else if (id.rfind("mic:", 0) == 0) {
+            source = RecordingSource::microphone(id.substr(4), id.substr(4));
+        }
+        if (!source) {
+            std::fprintf(stderr, "record-live: no running source “%s”\n", id.c_str());
+            return 1;
+        }
+        configuration.volumes[source->id] = volume;
+        configuration.sources.push_back(*source);
+    }
+
+    const double cpu0 = cpuSeconds();
+    auto session = makeRecordingEngineFactory(hardware, workspace)(configuration);
+    auto& engine = dynamic_cast<RecordingEngine&>(*session);
+    std::mutex mutex;
+    std::condition_variable failed;
+    std::string failure;
+    engine.setErrorHandler([&](const std::string& message) {
+        std::lock_guard guard(mutex);
+        if (failure.empty()) {
+            failure = message;
+        }
+        failed.notify_all();
+    });
+    std::promise<Expected<void, ErrorRef>> started;
+    engine.start([&](Expected<void, ErrorRef> result) { started.set_value(std::move(result)); });
+    if (auto result = started.get_future().get(); !result) {
+        std::printf("{\"error\":%s}\n", jsonString(result.error()->localizedDescription()).c_str());
+        return 1;
+    }
+    {
+        // Runs for the time asked, or until a failure ends the recording, as the app would.
+        std::unique_lock guard(mutex);
+        failed.wait_for(guard, std::chrono::duration<double>(seconds), [&] { return !failure.empty(); });
+    }
+    std::promise<void> stopped;
+    engine.stop([&](std::filesystem::path) { stopped.set_value(); });
+    stopped.get_future().wait();
+    const auto statistics = engine.statistics();
+
+    std::string failures = "{";
+    for (const auto& [id, text] : engine.sourceFailures()) {
+        failures += (failures.size() > 1 ? "," : "") + jsonString(id) + ":" + jsonString(text);
+    }
+    failures += "}";
+    std::string silent = "[";
+    for (const auto& source : engine.sourcesWithoutAudio()) {
+        silent += (silent.size() > 1 ? "," : "") + jsonString(source.id);
+    }
+    silent += "]";
+    std::lock_guard guard(mutex);
+    std::printf("{\"frames_written\":%lld,\"dropped_buffers\":%d,\"dropped_mix_frames\":%llu,"
+                "\"cpu_seconds\":%.3f,\"source_failures\":%s,\"sources_without_audio\":%s,"
+                "\"failure\":%s}\n",
+                static_cast<long long>(statistics.framesWritten),
+                statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
+                static_cast<unsigned long long>(statistics.droppedMixFrames), cpuSeconds() - cpu0,
+                failures.c_str(), silent.c_str(), failure.empty() ? "null" : jsonString(failure).c_str());
+    return 0;
+}

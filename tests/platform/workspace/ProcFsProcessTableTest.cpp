@@ -1,0 +1,203 @@
+#include "platform/workspace/ProcFsProcessTable.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/workspace/WorkspaceTestSupport.h"
+
+namespace bw::test {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::int32_t kPID = 42;
+
+// ---- A fake proc tree ---------------------------------------------------------------------------
+
+struct ReadCase {
+    const char* name;
+    std::map<std::string, std::string> files;  // in /proc/42
+    const char* exe;                           // where /proc/42/exe points; null: no link
+    std::optional<ProcessRecord> expected;
+};
+
+void PrintTo(const ReadCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class ReadTest : public ::testing::TestWithParam<ReadCase> {};
+
+TEST_P(ReadTest, ReadsWhatTheFilesSay) {
+    const ReadCase& c = GetParam();
+    TemporaryDirectory root;
+    std::filesystem::path directory = root.path() / std::to_string(kPID);
+    std::filesystem::create_directories(directory);
+    for (const auto& [name, contents] : c.files) {
+        writeFile(directory / name, contents);
+    }
+    if (c.exe != nullptr) {
+        std::filesystem::create_symlink(c.exe, directory / "exe");
+    }
+    ProcFsProcessTable table(root.path());
+    EXPECT_EQ(table.process(kPID), c.expected);
+}
+
+ProcessRecord record(std::int32_t parent, std::string name, std::string executable,
+                     std::vector<std::string> commandLine, std::string cgroup) {
+    return {kPID,
+            parent,
+            std::move(name),
+            std::move(executable),
+            std::move(commandLine),
+            std::move(cgroup)};
+}
+
+const std::string kCgroups =
+    "12:pids:/user.slice\n1:name=systemd:/user.slice\n0::/user.slice/app-gnome-player-12.scope\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    FakeTree, ReadTest,
+    ::testing::Values(
+        ReadCase{"Complete",
+                 {{"stat", "42 (player) S 7 42 42 0 -1 4194560 300 0 0 0\n"},
+                  {"comm", "player\n"},
+                  {"cmdline", "/usr/bin/player\0--loud\0"s},
+                  {"cgroup", kCgroups}},
+                 "/usr/bin/player",
+                 record(7, "player", "/usr/bin/player", {"/usr/bin/player", "--loud"},
+                        "/user.slice/app-gnome-player-12.scope")},
+        ReadCase{"NameWithSpacesAndParentheses",
+                 {{"stat", "42 (a) b (c) S 9 1 1 0\n"}, {"comm", "a) b (c\n"}},
+                 nullptr,
+                 record(9, "a) b (c", "", {}, "")},
+        ReadCase{"NameFromStatWithoutComm",
+                 {{"stat", "42 (x) (y) R 3 1 1\n"}},
+                 nullptr,
+                 record(3, "x) (y", "", {}, "")},
+        ReadCase{"CommWithoutNewline",
+                 {{"stat", "42 (player) S 7 1\n"}, {"comm", "player"}},
+                 nullptr,
+                 record(7, "player", "", {}, "")},
+        ReadCase{"EmptyArgumentsKeptLastUnterminated",
+                 {{"stat", "42 (a) S 1 1\n"}, {"comm", "a\n"}, {"cmdline", "a\0\0b"s}},
+                 nullptr,
+                 record(1, "a", "", {"a", "", "b"}, "")},
+        ReadCase{"FirstProcessHasNoParent",
+                 {{"stat", "42 (init) S 0 1\n"}, {"comm", "init\n"}},
+                 nullptr,
+                 record(0, "init", "", {}, "")},
+        ReadCase{"OnlyLegacyCgroups",
+                 {{"stat", "42 (a) S 1 1\n"}, {"comm", "a\n"}, {"cgroup", "4:memory:/x\n"}},
+                 nullptr,
+                 record(1, "a", "", {}, "")},
+        ReadCase{"DeletedExecutable",
+                 {{"stat", "42 (a) S 1 1\n"}, {"comm", "a\n"}},
+                 "/usr/bin/a (deleted)",
+                 record(1, "a", "/usr/bin/a (deleted)", {}, "")},
+        ReadCase{"NoStat", {{"comm", "a\n"}, {"cmdline", "a\0"s}}, "/usr/bin/a", std::nullopt},
+        ReadCase{"StatWithoutParentheses", {{"stat", "42 a S 1 1\n"}}, nullptr, std::nullopt},
+        ReadCase{"StatEndsAfterState", {{"stat", "42 (a) S\n"}}, nullptr, std::nullopt},
+        ReadCase{"StatParentNotANumber", {{"stat", "42 (a) S x1 1\n"}}, nullptr, std::nullopt}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ProcFsProcessTableTest, MissingAndImpossibleProcessesReadAsNothing) {
+    TemporaryDirectory root;
+    std::filesystem::create_directories(root.path() / "5");  // listed, then gone: an empty folder
+    ProcFsProcessTable table(root.path());
+    for (std::int32_t pid : {5, 6, 0, -1}) {
+        EXPECT_EQ(table.process(pid), std::nullopt) << pid;
+    }
+    ProcFsProcessTable nowhere(root.path() / "absent");
+    EXPECT_TRUE(nowhere.pids().empty());
+    EXPECT_EQ(nowhere.process(1), std::nullopt);
+}
+
+TEST(ProcFsProcessTableTest, ListsOnlyProcessFoldersInOrder) {
+    TemporaryDirectory root;
+    for (const char* name : {"300", "1", "sys", "42", "4x2", "-7", "0"}) {
+        std::filesystem::create_directories(root.path() / name);
+    }
+    std::filesystem::create_symlink("42", root.path() / "self");
+    ProcFsProcessTable table(root.path());
+    EXPECT_EQ(table.pids(), (std::vector<std::int32_t>{1, 42, 300}));
+}
+
+// ---- The real /proc -----------------------------------------------------------------------------
+
+TEST(ProcFsProcessTableTest, FindsOwnChildByNameParentAndProgram) {
+    TemporaryDirectory directory;
+    // ')' and a space in the name: the parent field must still be found.
+    auto program = copyProgram("/bin/sleep", directory.path() / "bw) sleep er");
+    ChildProcess child({program.string(), "30"});
+    ProcFsProcessTable table;
+
+    std::optional<ProcessRecord> found;
+    ASSERT_TRUE(waitUntil([&] {
+        found = table.process(child.pid());
+        // The program changes a moment before the new arguments are in place.
+        return found && found->executable == program.string() && !found->commandLine.empty();
+    }));
+    auto self = table.process(::getpid());
+    ASSERT_TRUE(self);
+    EXPECT_EQ(self->parentPID, ::getppid());
+    EXPECT_EQ(found->pid, child.pid());
+    EXPECT_EQ(found->parentPID, ::getpid());
+    EXPECT_EQ(found->name, "bw) sleep er");
+    EXPECT_EQ(found->commandLine, (std::vector<std::string>{program.string(), "30"}));
+    EXPECT_EQ(found->cgroup, self->cgroup);  // children start in their parent's cgroup
+    auto pids = table.pids();
+    EXPECT_TRUE(std::binary_search(pids.begin(), pids.end(), child.pid()));
+
+    // A zombie is still a process, with nothing left to say about its program.
+    ::kill(child.pid(), SIGKILL);
+    ASSERT_TRUE(waitUntil([&] {
+        found = table.process(child.pid());
+        return found && found->executable.empty();
+    }));
+    EXPECT_EQ(found->parentPID, ::getpid());
+    EXPECT_TRUE(found->commandLine.empty());
+
+    pid_t pid = child.pid();
+    child.stop();
+    EXPECT_EQ(table.process(pid), std::nullopt);
+    pids = table.pids();
+    EXPECT_FALSE(std::binary_search(pids.begin(), pids.end(), pid));
+}
+
+TEST(ProcFsProcessTableTest, ProcessesEndingWhileReadAreWholeOrNothing) {
+    std::atomic<bool> stop{false};
+    std::vector<pid_t> started;
+    std::thread churn([&] {
+        while (!stop) {
+            ChildProcess child({"/bin/true"});
+            started.push_back(child.pid());
+        }
+    });
+    ProcFsProcessTable table;
+    int seen = 0;
+    for (int round = 0; round < 20; ++round) {
+        for (std::int32_t pid : table.pids()) {
+            if (auto process = table.process(pid)) {
+                EXPECT_EQ(process->pid, pid);
+                EXPECT_FALSE(process->name.empty()) << pid;
+                ++seen;
+            }
+        }
+    }
+    stop = true;
+    churn.join();
+    EXPECT_GT(seen, 0);
+    EXPECT_GT(started.size(), 0u);
+}
+
+}  // namespace
+}  // namespace bw::test

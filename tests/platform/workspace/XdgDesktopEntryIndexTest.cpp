@@ -1,0 +1,168 @@
+#include "platform/workspace/XdgDesktopEntryIndex.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/workspace/WorkspaceTestSupport.h"
+
+// GLib isn't built with ThreadSanitizer, which then sees only half of the hand-offs of GLib's
+// slice allocator and worker thread and reports races. GLib's own calls go unwatched; ours don't.
+extern "C" const char* __tsan_default_suppressions() {
+    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\n"
+           "called_from_lib:libgobject-2.0.so\n";
+}
+
+namespace bw::test {
+namespace {
+
+// ---- Exec and TryExec ---------------------------------------------------------------------------
+
+struct ExecCase {
+    const char* name;
+    const char* exec;
+    const char* tryExec;
+    std::vector<std::string> expected;
+};
+
+void PrintTo(const ExecCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class ExecTest : public ::testing::TestWithParam<ExecCase> {};
+
+TEST_P(ExecTest, NamesTheProgramThatRuns) {
+    const ExecCase& c = GetParam();
+    EXPECT_EQ(XdgDesktopEntryIndex::executablesFor(c.exec, c.tryExec), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, ExecTest,
+    ::testing::Values(
+        ExecCase{"BareName", "player %U", "", {"player"}},
+        ExecCase{"Path", "/usr/bin/player --new-window %u", "", {"player"}},
+        ExecCase{"QuotedPathWithSpaces", "\"/opt/My Player/bin/my player\" %F", "", {"my player"}},
+        ExecCase{"SingleQuoted", "'/opt/p/player' --a", "", {"player"}},
+        ExecCase{"EnvAssignments", "env FOO=1 BAR=x=y player %U", "", {"player"}},
+        ExecCase{"EnvOptions",
+                 "/usr/bin/env -i -u DISPLAY GDK_BACKEND=x11 /opt/p/player",
+                 "",
+                 {"player"}},
+        ExecCase{"EnvDoubleDash", "env -- player", "", {"player"}},
+        ExecCase{"BareAssignment", "GTK_THEME=Adwaita:dark player", "", {"player"}},
+        ExecCase{"ShellCommand", "sh -c \"exec /opt/p/player --x\"", "", {"player"}},
+        ExecCase{"ShellOptionCluster", "bash -lc 'GDK_SCALE=2 player'", "", {"player"}},
+        ExecCase{"ShellChangesFolderFirst", "sh -c 'cd /opt/p && ./player'", "", {"player"}},
+        ExecCase{"ShellScript", "bash /opt/p/start-player.sh", "", {"start-player.sh"}},
+        ExecCase{"PythonScript", "python3 /usr/share/p/player.py", "", {"player.py"}},
+        ExecCase{
+            "VersionedInterpreterOptions", "/usr/bin/python3.11 -s /usr/bin/meld", "", {"meld"}},
+        ExecCase{"PythonModule", "python3 -m player", "", {"player"}},
+        ExecCase{"InlineCode", "python3 -c 'import player'", "", {}},
+        ExecCase{"JavaArchive", "java -jar /opt/p/player.jar", "", {"player.jar"}},
+        ExecCase{"Flatpak", "/usr/bin/flatpak run --branch=stable org.example.Player", "", {}},
+        ExecCase{"TryExecAdds", "player", "/usr/lib/player/player-bin", {"player", "player-bin"}},
+        ExecCase{"TryExecSameOnce", "player %U", "player", {"player"}},
+        ExecCase{"TryExecInterpreterIgnored", "python3 /usr/bin/tool", "python3", {"tool"}},
+        ExecCase{"OnlyTryExec", "", "player", {"player"}}, ExecCase{"Empty", "", "", {}},
+        ExecCase{"UnbalancedQuote", "\"/opt/p/player --x", "", {"player"}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// ---- Entries read through GIO -------------------------------------------------------------------
+
+// GIO reads the XDG variables once, at its first use: they are set before any test runs.
+class DesktopDataEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        root_ = std::make_unique<TemporaryDirectory>();
+        const auto& root = root_->path();
+        // GIO drops entries whose program doesn't exist.
+        std::string tool = copyProgram("/bin/true", root / "bin" / "bw-tool").string();
+        std::string check = copyProgram("/bin/true", root / "bin" / "bw-check").string();
+        auto user = root / "home" / "applications";
+        auto system = root / "system" / "applications";
+        auto entry = [&](const std::string& lines) {
+            return "[Desktop Entry]\nType=Application\n" + lines + "Exec=" + tool + " %U\n";
+        };
+        writeFile(user / "org.example.Visible.desktop",
+                  "[Desktop Entry]\nType=Application\nName=Visible\nName[de]=Sichtbar\n"
+                  "Icon=org.example.Visible\nExec=env A=1 " +
+                      tool + " --x %U\nTryExec=" + check + "\n");
+        writeFile(user / "org.example.Quiet.desktop", entry("Name=Quiet\nNoDisplay=true\n"));
+        writeFile(user / "org.example.Gone.desktop", entry("Name=Gone\nHidden=true\n"));
+        writeFile(user / "org.example.Untried.desktop",
+                  entry("Name=Untried\nTryExec=/nonexistent/bw-tool\n"));
+        writeFile(user / "org.example.Nameless.desktop", entry(""));
+        writeFile(user / "org.example.Link.desktop",
+                  "[Desktop Entry]\nType=Link\nName=Link\nURL=https://example.org/\n");
+        writeFile(user / "vendor" / "tool.desktop", entry("Name=Vendor Tool\n"));
+        writeFile(user / "org.example.Shadowed.desktop", entry("Name=User Copy\n"));
+        writeFile(system / "org.example.Shadowed.desktop", entry("Name=System Copy\n"));
+        writeFile(system / "org.example.SystemOnly.desktop",
+                  entry("Name=System Only\nIcon=/usr/share/pixmaps/so.png\n"));
+        ::setenv("XDG_DATA_HOME", (root / "home").c_str(), 1);
+        ::setenv("XDG_DATA_DIRS", (root / "system").c_str(), 1);
+        ::setenv("LANGUAGE", "de", 1);
+    }
+
+    void TearDown() override { root_.reset(); }
+
+private:
+    std::unique_ptr<TemporaryDirectory> root_;
+};
+
+const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new DesktopDataEnvironment);
+
+const std::vector<DesktopEntry>& expectedEntries() {
+    static const std::vector<DesktopEntry> entries = {
+        {"org.example.Nameless", "", "", true, {"bw-tool"}},
+        {"org.example.Quiet", "Quiet", "", false, {"bw-tool"}},
+        {"org.example.Shadowed", "User Copy", "", true, {"bw-tool"}},
+        {"org.example.SystemOnly", "System Only", "/usr/share/pixmaps/so.png", true, {"bw-tool"}},
+        {"org.example.Visible", "Sichtbar", "org.example.Visible", true, {"bw-tool", "bw-check"}},
+        {"vendor-tool", "Vendor Tool", "", true, {"bw-tool"}},
+    };
+    return entries;
+}
+
+TEST(XdgDesktopEntryIndexTest, ListsUsableEntriesOfBothFoldersUserFirst) {
+    XdgDesktopEntryIndex index;
+    EXPECT_EQ(index.entries(), expectedEntries());
+}
+
+TEST(XdgDesktopEntryIndexTest, LooksUpEachListedEntryAndNothingElse) {
+    XdgDesktopEntryIndex index;
+    for (const DesktopEntry& expected : expectedEntries()) {
+        EXPECT_EQ(index.entry(expected.id), expected) << expected.id;
+    }
+    for (const char* id : {"org.example.Gone", "org.example.Untried", "org.example.Link",
+                           "org.example.Visible.desktop", "org.example.Absent", "", "../home"}) {
+        EXPECT_EQ(index.entry(id), std::nullopt) << id;
+    }
+}
+
+TEST(XdgDesktopEntryIndexTest, OverlappingCallsFromManyThreadsAgree) {
+    XdgDesktopEntryIndex index;
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (std::size_t t = 0; t < mismatches.size(); ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 25; ++i) {
+                mismatches[t] += index.entries() != expectedEntries();
+                mismatches[t] += index.entry("org.example.Visible") != expectedEntries()[4];
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(mismatches, std::vector<int>(mismatches.size(), 0));
+}
+
+}  // namespace
+}  // namespace bw::test
