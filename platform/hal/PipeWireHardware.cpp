@@ -244,6 +244,9 @@ struct PipeWireHardware::Impl {
     std::string defaultSinkName;
     std::string defaultSourceName;
     std::map<std::int32_t, AudioObjectID> processObjects;  // pid → object, while it has clients
+    // The application of each process, asked once per process: the resolver reads /proc and the
+    // desktop entries, too slow to repeat at every graph event.
+    std::map<std::int32_t, std::optional<std::string>> bundleCache;
     AudioObjectID nextProcessObject = kProcessBase + 1;
     std::map<AudioObjectID, Tap> taps;
     AudioObjectID nextTap = kTapBase + 1;
@@ -310,7 +313,7 @@ struct PipeWireHardware::Impl {
                   std::uint32_t qualifierSize, const void* qualifier) const;
 
     // Taps (loop lock held).
-    std::set<std::uint32_t> tappedNodes(const TapDescription& description) const;
+    std::set<std::uint32_t> tappedNodes(const TapDescription& description);
     void reconcileLinks();
     void reconcile(Aggregate& aggregate);
     void setTarget(std::uint32_t nodeID, const char* target);
@@ -777,6 +780,7 @@ void PipeWireHardware::Impl::updateProcessObjects() {
         }
     }
     std::erase_if(processObjects, [&](const auto& entry) { return !pids.contains(entry.first); });
+    std::erase_if(bundleCache, [&](const auto& entry) { return !pids.contains(entry.first); });
     for (std::int32_t pid : pids) {
         if (!processObjects.contains(pid)) {
             processObjects[pid] = nextProcessObject++;
@@ -964,7 +968,7 @@ PipeWireHardware::Impl::Answer PipeWireHardware::Impl::answer(
 // ---------------------------------------------------------------------------------------------
 // Taps: links from the tapped streams into our capture streams
 
-std::set<std::uint32_t> PipeWireHardware::Impl::tappedNodes(const TapDescription& description) const {
+std::set<std::uint32_t> PipeWireHardware::Impl::tappedNodes(const TapDescription& description) {
     std::set<std::int32_t> listedPIDs;
     for (AudioObjectID object : description.processes) {
         for (const auto& [pid, process] : processObjects) {
@@ -973,14 +977,13 @@ std::set<std::uint32_t> PipeWireHardware::Impl::tappedNodes(const TapDescription
             }
         }
     }
-    std::map<std::int32_t, std::optional<std::string>> bundles;
-    auto bundleOf = [&](std::int32_t pid) -> const std::optional<std::string>& {
-        auto it = bundles.find(pid);
-        if (it == bundles.end()) {
-            it = bundles.emplace(pid, bundleOfProcess && !description.bundleIDs.empty()
-                                          ? bundleOfProcess(pid)
-                                          : std::nullopt)
-                     .first;
+    auto bundleOf = [&](std::int32_t pid) -> std::optional<std::string> {
+        if (description.bundleIDs.empty() || !bundleOfProcess) {
+            return std::nullopt;
+        }
+        auto it = bundleCache.find(pid);
+        if (it == bundleCache.end()) {
+            it = bundleCache.emplace(pid, bundleOfProcess(pid)).first;
         }
         return it->second;
     };
@@ -993,7 +996,7 @@ std::set<std::uint32_t> PipeWireHardware::Impl::tappedNodes(const TapDescription
         if (pid == ownPID) {
             continue;  // never our own sound
         }
-        const auto& bundle = bundleOf(pid);
+        const auto bundle = bundleOf(pid);
         const bool listed =
             listedPIDs.contains(pid) ||
             (bundle && std::find(description.bundleIDs.begin(), description.bundleIDs.end(),
