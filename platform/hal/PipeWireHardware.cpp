@@ -299,7 +299,8 @@ struct PipeWireHardware::Impl {
     std::int32_t pidOfNode(const Node& node) const;
     bool processRunsOutput(std::int32_t pid) const;
     std::uint32_t deviceChannels(const Node& node, bool output) const;
-    std::vector<const Port*> portsOf(std::uint32_t nodeID, bool output) const;
+    std::vector<const Port*> portsOf(std::uint32_t nodeID, bool output,
+                                     bool withMonitors = false) const;
     void updateProcessObjects();
 
     // Property answers (loop lock held). A string answer or bytes, else a status.
@@ -756,10 +757,10 @@ bool PipeWireHardware::Impl::processRunsOutput(std::int32_t pid) const {
 }
 
 std::vector<const PipeWireHardware::Impl::Port*> PipeWireHardware::Impl::portsOf(
-    std::uint32_t nodeID, bool output) const {
+    std::uint32_t nodeID, bool output, bool withMonitors) const {
     std::vector<const Port*> list;
     for (const auto& [id, port] : ports) {
-        if (port.nodeID == nodeID && port.output == output && !port.monitor) {
+        if (port.nodeID == nodeID && port.output == output && (withMonitors || !port.monitor)) {
             list.push_back(&port);
         }
     }
@@ -767,8 +768,9 @@ std::vector<const PipeWireHardware::Impl::Port*> PipeWireHardware::Impl::portsOf
 }
 
 std::uint32_t PipeWireHardware::Impl::deviceChannels(const Node& node, bool output) const {
-    // A sink takes its channels on input ports; a source gives them on output ports.
-    const auto count = std::uint32_t(portsOf(node.id, !output).size());
+    // A sink takes its channels on input ports; a source gives them on output ports (which a
+    // virtual source made from a null sink flags as monitors).
+    const auto count = std::uint32_t(portsOf(node.id, !output, !output).size());
     return count > 0 ? count : 2;
 }
 
@@ -909,7 +911,7 @@ PipeWireHardware::Impl::Answer PipeWireHardware::Impl::answer(
                 std::vector<AudioObjectID> streams;
                 const bool input = address.mScope == kAudioObjectPropertyScopeInput;
                 if ((input && source) || (!input && sink)) {
-                    for (const Port* port : portsOf(node->id, input)) {
+                    for (const Port* port : portsOf(node->id, input, input)) {
                         streams.push_back(kStreamBase + port->id);
                     }
                 }
