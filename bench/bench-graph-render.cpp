@@ -3,7 +3,6 @@
 // Beside it, in the same run, ffmpeg's command line does the same mix (resample, fold to stereo,
 // sum) from raw files. Both print real-time factors (seconds of audio per second of wall time).
 
-#include <sys/resource.h>
 
 #include <chrono>
 #include <cmath>
@@ -16,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/CpuTime.h"
 #include "platform/av/AudioEngine.h"
 #include "platform/av/AudioPlayerNode.h"
 #include "platform/av/AudioUnitEQ.h"
@@ -31,20 +31,6 @@ struct Source {
     std::uint32_t channels;
     std::vector<std::vector<float>> samples;
 };
-
-double cpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-double childCpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
 
 Source makeSource(double rate, std::uint32_t channels, double seconds, unsigned seed) {
     Source source{rate, channels, {}};
@@ -106,7 +92,7 @@ int main(int argc, char** argv) {
         gain->setGlobalGain(1.0f);
         players.push_back(player);
     }
-    const double cpu0 = cpuSeconds();
+    const double cpu0 = bench::cpuSeconds();
     const auto wall0 = Clock::now();
     for (std::size_t s = 0; s < sources.size(); ++s) {
         const auto& source = sources[s];
@@ -136,7 +122,7 @@ int main(int argc, char** argv) {
     }
     engine.stop();
     const double oursWall = std::chrono::duration<double>(Clock::now() - wall0).count();
-    const double oursCpu = cpuSeconds() - cpu0;
+    const double oursCpu = bench::cpuSeconds() - cpu0;
 
     // ffmpeg: the same four inputs, resampled with its default resampler, folded and summed.
     const auto dir = std::filesystem::temp_directory_path() / "bw-bench-graph";
@@ -155,11 +141,11 @@ int main(int argc, char** argv) {
     }
     filter += mixInputs + "amix=inputs=4:normalize=0";
     command += " -filter_complex \"" + filter + "\" -f null -";
-    const double childCpu0 = childCpuSeconds();
+    const double childCpu0 = bench::cpuSeconds(RUSAGE_CHILDREN);
     const auto ffmpegWall0 = Clock::now();
     const int status = std::system(command.c_str());
     const double ffmpegWall = std::chrono::duration<double>(Clock::now() - ffmpegWall0).count();
-    const double ffmpegCpu = childCpuSeconds() - childCpu0;
+    const double ffmpegCpu = bench::cpuSeconds(RUSAGE_CHILDREN) - childCpu0;
     std::filesystem::remove_all(dir);
     if (status != 0) {
         std::fprintf(stderr, "ffmpeg failed: %s\n", command.c_str());

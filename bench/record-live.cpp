@@ -6,7 +6,6 @@
 // line: frames written, dropped buffers, CPU seconds, source failures, sources without audio, and
 // the failure that ended the recording early, if any.
 
-#include <sys/resource.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -20,19 +19,13 @@
 
 #include "capture/CaptureFactory.h"
 #include "engine/RecordingEngine.h"
+#include "bench/CpuTime.h"
 #include "platform/hal/PipeWireHardware.h"
 #include "platform/workspace/SystemWorkspace.h"
 
 namespace {
 
 using namespace bw;
-
-double cpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
 
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
@@ -127,7 +120,7 @@ int main(int argc, char** argv) {
         configuration.sources.push_back(*source);
     }
 
-    const double cpu0 = cpuSeconds();
+    const double cpu0 = bench::cpuSeconds();
     auto session = makeRecordingEngineFactory(hardware, workspace)(configuration);
     auto& engine = dynamic_cast<RecordingEngine&>(*session);
     std::mutex mutex;
@@ -172,7 +165,7 @@ int main(int argc, char** argv) {
                 "\"failure\":%s}\n",
                 static_cast<long long>(statistics.framesWritten),
                 statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
-                static_cast<unsigned long long>(statistics.droppedMixFrames), cpuSeconds() - cpu0,
+                static_cast<unsigned long long>(statistics.droppedMixFrames), bench::cpuSeconds() - cpu0,
                 failures.c_str(), silent.c_str(), failure.empty() ? "null" : jsonString(failure).c_str());
     return 0;
 }

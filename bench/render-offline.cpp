@@ -6,20 +6,20 @@
 //
 // Prints one JSON line: frames written, dropped buffers, CPU and wall seconds.
 
-#include <sys/resource.h>
 
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/CpuTime.h"
 #include "engine/RecordingEngine.h"
-#include <cstring>
-#include <fstream>
 #include "tests/support/FakeHardware.h"
 #include "tests/support/TestCapture.h"
 
@@ -116,13 +116,6 @@ struct Input {
     double owed = 0;  // frames due at this input's rate, carried between cycles
 };
 
-double cpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
 int usage() {
     std::fprintf(stderr,
                  "usage: render-offline --format m4a|wav|aiff --out FILE IN.wav[@VOLUME]...\n");
@@ -153,7 +146,7 @@ int main(int argc, char** argv) {
         return usage();
     }
 
-    const double cpu0 = cpuSeconds();
+    const double cpu0 = bench::cpuSeconds();
     const auto wall0 = std::chrono::steady_clock::now();
     auto hardware = std::make_shared<test::FakeHardware>();
     const auto speakers = hardware->addDevice(
@@ -227,7 +220,7 @@ int main(int argc, char** argv) {
                 "\"cpu_seconds\":%.3f,\"wall_seconds\":%.3f}\n",
                 static_cast<long long>(statistics.framesWritten),
                 statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
-                static_cast<unsigned long long>(statistics.droppedMixFrames), cpuSeconds() - cpu0,
+                static_cast<unsigned long long>(statistics.droppedMixFrames), bench::cpuSeconds() - cpu0,
                 wall);
     return 0;
 }

@@ -5,15 +5,17 @@
 #include "platform/av/AudioEngine.h"
 #include "platform/av/VectorOps.h"
 #include "platform/av/detail/DeviceFormat.h"
-#include "platform/av/detail/NodeTap.h"
+#include "platform/av/detail/TapSlot.h"
 #include "platform/hal/AudioHardware.h"
 
 namespace bw {
 
 AudioInputNode::AudioInputNode(std::shared_ptr<AudioHardware> hardware)
-    : hardware_(std::move(hardware)) {}
+    : hardware_(std::move(hardware)), tap_(std::make_unique<detail::TapSlot>()) {}
 
-AudioInputNode::~AudioInputNode() { delete tap_.exchange(nullptr); }
+AudioInputNode::~AudioInputNode() = default;
+
+bool AudioInputNode::hasTap() const { return tap_->current() != nullptr; }
 
 AudioUnit* AudioInputNode::audioUnit() { return hardware_ ? this : nullptr; }
 
@@ -59,30 +61,22 @@ AudioFormat AudioInputNode::inputFormatForBus(std::uint32_t) const {
 
 bool AudioInputNode::installTap(std::uint32_t bus, FrameCount bufferSize,
                                 const AudioFormat& format, AudioTapBlock block) {
-    if (bus != 0 || tap_.load() != nullptr || format.channelCount() == 0 ||
-        !(format.sampleRate() > 0)) {
-        return false;
-    }
-    tap_.store(new detail::NodeTap(bufferSize, format, std::move(block)));
-    return true;
+    return bus == 0 && tap_->install(bufferSize, format, std::move(block));
 }
 
 void AudioInputNode::removeTap(std::uint32_t bus) {
     if (bus != 0) {
         return;
     }
-    std::unique_ptr<detail::NodeTap> tap(tap_.exchange(nullptr));
-    if (!tap) {
-        return;
-    }
-    if (engine() != nullptr) {
-        engine()->waitForInputCycle();
-    }
-    tap->stop();
+    tap_->remove([this] {
+        if (engine() != nullptr) {
+            engine()->waitForInputCycle();
+        }
+    });
 }
 
 void AudioInputNode::deliver(const AudioBufferList& input, const AudioFormat& format) {
-    detail::NodeTap* tap = tap_.load();
+    detail::NodeTap* tap = tap_->current();
     if (tap == nullptr || input.mNumberBuffers == 0 || input.mBuffers == nullptr) {
         return;
     }

@@ -15,7 +15,7 @@ namespace bw {
 class AudioHardware;
 
 namespace detail {
-class NodeTap;
+class TapSlot;
 }
 
 /// The input side of an engine: what one input device captures, delivered to a tap. It reads the
@@ -43,7 +43,7 @@ public:
     /// After it returns no block call starts. Harmless without a tap.
     void removeTap(std::uint32_t bus);
 
-    bool hasTap() const { return tap_.load() != nullptr; }
+    bool hasTap() const;
 
     /// The chosen device, or the default input device; 0 when there is none.
     AudioDeviceID device() const;
@@ -63,7 +63,7 @@ private:
 
     std::shared_ptr<AudioHardware> hardware_;
     AudioDeviceID device_ = 0;
-    std::atomic<detail::NodeTap*> tap_{nullptr};
+    std::unique_ptr<detail::TapSlot> tap_;
     std::vector<std::vector<float>> scratch_;
     std::vector<float*> scratchPointers_;
 };

@@ -6,13 +6,13 @@
 #include "platform/av/AudioEngine.h"
 #include "platform/av/VectorOps.h"
 #include "platform/av/detail/BusConverter.h"
-#include "platform/av/detail/NodeTap.h"
+#include "platform/av/detail/TapSlot.h"
 
 namespace bw {
 
-AudioMixerNode::AudioMixerNode() = default;
+AudioMixerNode::AudioMixerNode() : tap_(std::make_unique<detail::TapSlot>()) {}
 
-AudioMixerNode::~AudioMixerNode() { delete tap_.exchange(nullptr); }
+AudioMixerNode::~AudioMixerNode() = default;
 
 void AudioMixerNode::setOutputVolume(float volume) {
     outputVolume_.store(std::clamp(std::isnan(volume) ? 1.0f : volume, 0.0f, 1.0f));
@@ -20,8 +20,7 @@ void AudioMixerNode::setOutputVolume(float volume) {
 
 bool AudioMixerNode::installTap(std::uint32_t bus, FrameCount bufferSize,
                                 const AudioFormat& format, AudioTapBlock block) {
-    if (bus != 0 || tap_.load() != nullptr || format.channelCount() == 0 ||
-        !(format.sampleRate() > 0)) {
+    if (bus != 0) {
         return false;
     }
     if (auto out = outputFormat();
@@ -29,24 +28,19 @@ bool AudioMixerNode::installTap(std::uint32_t bus, FrameCount bufferSize,
                 out->sampleRate() != format.sampleRate())) {
         return false;
     }
-    tap_.store(new detail::NodeTap(bufferSize, format, std::move(block)));
-    return true;
+    return tap_->install(bufferSize, format, std::move(block));
 }
 
 void AudioMixerNode::removeTap(std::uint32_t bus) {
     if (bus != 0) {
         return;
     }
-    std::unique_ptr<detail::NodeTap> tap(tap_.exchange(nullptr));
-    if (!tap) {
-        return;
-    }
     // The render thread may still be pushing into it: wait for that cycle to end.
-    if (engine() != nullptr) {
-        engine()->waitForRenderCycle();
-    }
-    tap->stop();
-    tapDroppedFrames_.fetch_add(tap->droppedFrames());
+    tapDroppedFrames_.fetch_add(tap_->remove([this] {
+        if (engine() != nullptr) {
+            engine()->waitForRenderCycle();
+        }
+    }));
 }
 
 bool AudioMixerNode::prepareRender(FrameCount maxFrames) {
@@ -88,7 +82,7 @@ void AudioMixerNode::render(float* const* output, FrameCount frames) {
             vec::scale(output[c], volume, frames);
         }
     }
-    if (detail::NodeTap* tap = tap_.load(); tap && tap->format().channelCount() == channels) {
+    if (detail::NodeTap* tap = tap_->current(); tap && tap->format().channelCount() == channels) {
         tap->push(output, frames);
     }
 }

@@ -11,7 +11,7 @@ namespace bw {
 
 namespace detail {
 class BusConverter;
-class NodeTap;
+class TapSlot;
 }  // namespace detail
 
 /// Sums any number of inputs. Each input bus keeps its own format; the mixer converts its sample
@@ -55,7 +55,7 @@ private:
     std::vector<std::unique_ptr<detail::BusConverter>> converters_;
     std::vector<std::vector<float>> scratch_;
     std::vector<float*> scratchPointers_;
-    std::atomic<detail::NodeTap*> tap_{nullptr};
+    std::unique_ptr<detail::TapSlot> tap_;
     std::atomic<std::uint64_t> tapDroppedFrames_{0};
 };
 

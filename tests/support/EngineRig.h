@@ -11,6 +11,7 @@
 #include "engine/RecordingEngine.h"
 #include "tests/support/FakeHardware.h"
 #include "tests/support/SignalAnalysis.h"
+#include "tests/support/TestBuffers.h"
 #include "tests/support/TestCapture.h"
 
 namespace bw::test {
@@ -125,14 +126,9 @@ public:
         return reports;
     }
 
-    static std::shared_ptr<PCMBuffer> makeChunk(double rate, const std::vector<std::vector<float>>& channels) {
-        auto format = *AudioFormat::standard(rate, std::uint32_t(channels.size()));
-        auto buffer = PCMBuffer::make(format, FrameCount(channels[0].size()));
-        buffer->setFrameLength(FrameCount(channels[0].size()));
-        for (std::size_t c = 0; c < channels.size(); ++c) {
-            std::copy(channels[c].begin(), channels[c].end(), buffer->floatChannelData()[c]);
-        }
-        return buffer;
+    static std::shared_ptr<PCMBuffer> makeChunk(double rate,
+                                                const std::vector<std::vector<float>>& channels) {
+        return makeBuffer(rate, channels);
     }
 
     std::shared_ptr<FakeHardware> hardware = std::make_shared<FakeHardware>();

@@ -11,6 +11,7 @@
 #include "platform/av/AudioUnitEQ.h"
 #include "platform/av/PCMBuffer.h"
 #include "tests/support/FakeHardware.h"
+#include "tests/support/TestBuffers.h"
 
 namespace bw::test {
 
@@ -42,17 +43,6 @@ struct GraphRig {
         return out;
     }
 };
-
-/// A standard-format buffer holding the given channels.
-inline std::shared_ptr<PCMBuffer> makeBuffer(double rate, const std::vector<std::vector<float>>& channels) {
-    auto format = *AudioFormat::standard(rate, std::uint32_t(channels.size()));
-    auto buffer = PCMBuffer::make(format, FrameCount(channels[0].size()));
-    buffer->setFrameLength(FrameCount(channels[0].size()));
-    for (std::size_t c = 0; c < channels.size(); ++c) {
-        std::copy(channels[c].begin(), channels[c].end(), buffer->floatChannelData()[c]);
-    }
-    return buffer;
-}
 
 /// Counts events from other threads and lets a test wait for a number of them.
 class EventCounter {
