@@ -142,13 +142,20 @@ TEST(CaptureRecordingTest, AnApplicationAndAMicrophoneLandInTheFileAtTheirVolume
 
     const auto music = test::sine(1000.0, 48000, 96000, 0.4f);
     const auto voice = test::sine(250.0, 44100, 88200, 0.2f);
-    for (int step = 0; step < 200; ++step) {
-        hardware->runIOCycle(tapDevice, 480,
-                             {std::vector<float>(music.begin() + step * 480, music.begin() + (step + 1) * 480),
-                              std::vector<float>(music.begin() + step * 480, music.begin() + (step + 1) * 480)});
-        hardware->runIOCycle(mic, 441,
-                             {std::vector<float>(voice.begin() + step * 441, voice.begin() + (step + 1) * 441)});
-        hardware->runIOCycle(speakers, 480);
+    // The microphone's buffers reach the graph through its own engine's threads: the speakers
+    // start 200 ms behind the inputs, as a device's buffering would have them.
+    constexpr int kLead = 20;
+    for (int step = 0; step < 200 + kLead; ++step) {
+        if (step < 200) {
+            const auto at = [](const std::vector<float>& v, int n, int size) {
+                return std::vector<float>(v.begin() + n * size, v.begin() + (n + 1) * size);
+            };
+            hardware->runIOCycle(tapDevice, 480, {at(music, step, 480), at(music, step, 480)});
+            hardware->runIOCycle(mic, 441, {at(voice, step, 441)});
+        }
+        if (step >= kLead) {
+            hardware->runIOCycle(speakers, 480);
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     const auto url = test::EngineRig::stop(recording);
