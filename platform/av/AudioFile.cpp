@@ -763,6 +763,12 @@ Expected<void, AVError> AudioFile::write(const PCMBuffer& buffer) {
                                               : f.writePcm(data, format.isInterleaved(), frames);
     if (written) {
         f.framesWritten += frames;
+        // Hand each buffer to the system at once: should the program die, what was recorded
+        // up to the last buffer is on disk rather than in the muxer's buffer.
+        avio_flush(f.muxer->pb);
+        if (f.muxer->pb->error < 0) {
+            return Unexpected(f.error("Could not write to the file", f.muxer->pb->error));
+        }
     }
     return written;
 }

@@ -544,6 +544,20 @@ TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
                 20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
 }
 
+// What a write accepted is on disk before the next one: a crash loses the header, not the audio.
+TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnce) {
+    auto created = AudioFile::createForWriting(path(), GetParam().settings);
+    ASSERT_TRUE(created);
+    const auto source = stereoTone(48000);
+    for (FrameCount done = 0; done < 48000; done += 4096) {
+        const FrameCount count = std::min<FrameCount>(4096, 48000 - done);
+        ASSERT_TRUE(created.value()->write(*bufferOf(source, done, count, false)));
+    }
+    // A second of 16-bit stereo is 192000 bytes; AAC at 256 kbit/s about 32000.
+    const std::uintmax_t expected = GetParam().extension == std::string(".m4a") ? 20000 : 192000;
+    EXPECT_GE(fs::file_size(path()), expected);
+}
+
 TEST_P(AudioFileLifecycleTest, RefusesWritesAndClosesAfterClose) {
     const auto source = stereoTone(4096);
     auto file = create(path(), GetParam().settings);
