@@ -1,0 +1,25 @@
+#pragma once
+
+class QWidget;
+
+namespace bw {
+
+/// How the console's drawn widgets speak to assistive technology (AT-SPI through QAccessible).
+///
+/// A widget without platform chrome has no value or actions of its own in Qt; `install` adds an
+/// accessible interface for each console widget: its role, the value text from its
+/// `accessibleValue` property, the increase and decrease actions of the fader (its `increment`
+/// and `decrement`), and the hidden state of purely decorative lamps and bars. Names stay the
+/// widgets' own `accessibleName`. GUI thread only.
+class ConsoleAccessibility {
+public:
+    ConsoleAccessibility() = delete;
+
+    /// Registers the interfaces; further calls do nothing. Every console widget calls it.
+    static void install();
+
+    /// Tells assistive technology that `widget`'s value text has changed (when any listens).
+    static void notifyValueChanged(QWidget* widget);
+};
+
+}  // namespace bw

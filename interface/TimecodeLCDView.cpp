@@ -1,0 +1,158 @@
+#include "interface/TimecodeLCDView.h"
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <algorithm>
+#include <cmath>
+
+#include "interface/ConsoleAccessibility.h"
+#include "interface/OverhangEffect.h"
+#include "interface/SoftShadow.h"
+#include "interface/Theme.h"
+
+namespace bw {
+
+namespace {
+const int kGlowReach = static_cast<int>(std::ceil(SoftShadow::reach(TimecodeLCDView::glowRadius)));
+// How far a rolling digit travels, as a share of the line height.
+constexpr double kRollTravel = 0.7;
+}  // namespace
+
+TimecodeLCDView::TimecodeLCDView(QWidget* parent)
+    : QWidget(parent), formatted_(QStringLiteral("0:00:00")), compact_(QStringLiteral("00:00")) {
+    ConsoleAccessibility::install();
+    setGraphicsEffect(new OverhangEffect(
+        kGlowReach, [this](QPainter& painter) { paintGlow(painter); }, this));
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    setFont(Theme::timecodeFont());
+    setAccessibleName(tr("Elapsed time"));
+    setClock(ConsoleClock::system());
+}
+
+void TimecodeLCDView::setClock(ConsoleClock* clock) {
+    if (clock_) {
+        disconnect(clock_, &ConsoleClock::frame, this, nullptr);
+    }
+    clock_ = clock;
+    connect(clock_, &ConsoleClock::frame, this, &TimecodeLCDView::advance);
+}
+
+QColor TimecodeLCDView::digitColor() const {
+    return recording_ ? Theme::consoleAmber()
+                      : Theme::withOpacity(Theme::consoleAmber(), unlitOpacity);
+}
+
+double TimecodeLCDView::rollProgress() const {
+    if (!rolling_) {
+        return 1.0;
+    }
+    const double elapsed = std::chrono::duration<double>(clock_->now() - rollStart_).count();
+    return std::clamp(elapsed / Theme::digitRollDuration, 0.0, 1.0);
+}
+
+QSize TimecodeLCDView::sizeHint() const {
+    const QFontMetricsF metrics(font());
+    return QSize(static_cast<int>(std::ceil(metrics.horizontalAdvance(formatted_))),
+                 static_cast<int>(std::ceil(metrics.height())));
+}
+
+void TimecodeLCDView::setRecording(bool recording) {
+    recording_ = recording;
+    update();
+}
+
+void TimecodeLCDView::setFormattedElapsed(const QString& text) {
+    if (text == formatted_) {
+        return;
+    }
+    const bool widthChanges = text.size() != formatted_.size();
+    previous_ = formatted_;
+    formatted_ = text;
+    rolling_ = true;
+    rollStart_ = clock_->now();
+    clock_->requestFrame();
+    if (widthChanges) {
+        updateGeometry();
+    }
+    update();
+}
+
+void TimecodeLCDView::setCompactElapsed(const QString& text) {
+    if (text == compact_) {
+        return;
+    }
+    compact_ = text;
+    ConsoleAccessibility::notifyValueChanged(this);
+}
+
+void TimecodeLCDView::advance() {
+    if (!rolling_) {
+        return;
+    }
+    if (rollProgress() >= 1.0) {
+        rolling_ = false;
+    } else {
+        clock_->requestFrame();
+    }
+    update();
+}
+
+QImage TimecodeLCDView::digitLayer(const QColor& color, int margin) const {
+    const qreal ratio = devicePixelRatioF();
+    const QSize size = this->size() + QSize(2 * margin, 2 * margin);
+    QImage layer((QSizeF(size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+    layer.setDevicePixelRatio(ratio);
+    layer.fill(Qt::transparent);
+
+    QPainter painter(&layer);
+    painter.setRenderHint(QPainter::TextAntialiasing);
+    painter.translate(margin, margin);
+    painter.setFont(font());
+    painter.setPen(color);
+    const QFontMetricsF metrics(font());
+    const QRectF line(rect());
+    const double advance = metrics.horizontalAdvance(QLatin1Char('0'));
+    const double baseline = metrics.ascent();
+    const double travel = metrics.height() * kRollTravel;
+    const double t = Theme::easeOut(rollProgress());
+    // Rolling digits slide through the line as through a window.
+    painter.setClipRect(line);
+
+    // Right-aligned, so a text that grows by an hour digit keeps its seconds in place.
+    const qsizetype count = formatted_.size();
+    const qsizetype offset = count - previous_.size();
+    for (qsizetype i = 0; i < count; ++i) {
+        const double x = static_cast<double>(i) * advance;
+        const QChar now = formatted_.at(i);
+        const qsizetype old = i - offset;
+        const bool changed = rolling_ && (old < 0 || previous_.at(old) != now);
+        if (!changed) {
+            painter.setOpacity(1.0);
+            painter.drawText(QPointF(x, baseline), QString(now));
+            continue;
+        }
+        if (old >= 0) {
+            painter.setOpacity(1.0 - t);
+            painter.drawText(QPointF(x, baseline - travel * t), QString(previous_.at(old)));
+        }
+        painter.setOpacity(t);
+        painter.drawText(QPointF(x, baseline + travel * (1.0 - t)), QString(now));
+    }
+    return layer;
+}
+
+void TimecodeLCDView::paintGlow(QPainter& painter) const {
+    if (!isGlowing()) {
+        return;
+    }
+    const QImage glow = SoftShadow::blurred(digitLayer(digitColor(), kGlowReach), glowRadius,
+                                            Theme::withOpacity(Theme::consoleAmber(), glowOpacity));
+    painter.drawImage(QPointF(-kGlowReach, -kGlowReach), glow);
+}
+
+void TimecodeLCDView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.drawImage(QPointF(0, 0), digitLayer(digitColor(), 0));
+}
+
+}  // namespace bw

@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QFontInfo>
+#include <QTest>
+
+#include "interface/ManualConsoleClock.h"
+#include "interface/SpringAnimation.h"
+#include "interface/Theme.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+
+namespace bw {
+namespace {
+
+using std::chrono::milliseconds;
+
+struct Motion {
+    double highest = 0;
+    double lowest = 1e9;
+    double settledAfter = -1;  // seconds
+};
+
+Motion run(Spring spring, double from, double to, double seconds = 5.0, double frame = 1.0 / 60) {
+    SpringAnimation animation(from);
+    animation.animateTo(to, spring);
+    Motion result;
+    for (double t = frame; t <= seconds; t += frame) {
+        const bool moving = animation.step(frame);
+        result.highest = std::max(result.highest, animation.value());
+        result.lowest = std::min(result.lowest, animation.value());
+        if (!moving && result.settledAfter < 0) {
+            result.settledAfter = t;
+        }
+    }
+    return result;
+}
+
+TEST(SpringAnimationTest, SpringsOfTheConsoleSettleAsTheirDampingSays) {
+    struct Case {
+        const char* what;
+        Spring spring;
+        bool overshoots;
+        double settlesWithin;  // seconds
+    };
+    const std::vector<Case> cases = {
+        {"detent snap", Theme::detentSnap(), true, 0.6},
+        {"record glyph", Theme::recordGlyph(), true, 1.5},
+        {"record press", Theme::recordPress(), true, 1.2},
+        {"arm lamp", Theme::armLamp(), true, 1.5},
+        {"default", Theme::defaultAnimation(), false, 2.0},
+        {"overdamped", Spring{0.3, 1.6, 0}, false, 2.0},
+    };
+    for (const auto& c : cases) {
+        const Motion result = run(c.spring, 0.0, 1.0);
+        EXPECT_EQ(result.highest > 1.0, c.overshoots) << c.what;
+        EXPECT_GE(result.lowest, 0.0 - 1e-9) << c.what;
+        EXPECT_GT(result.settledAfter, 0) << c.what;
+        EXPECT_LT(result.settledAfter, c.settlesWithin) << c.what;
+    }
+}
+
+TEST(SpringAnimationTest, FrameRateDoesNotChangeTheMotion) {
+    SpringAnimation fine(0.0);
+    SpringAnimation coarse(0.0);
+    fine.animateTo(1.0, Theme::recordGlyph());
+    coarse.animateTo(1.0, Theme::recordGlyph());
+    for (int i = 0; i < 12; ++i) {
+        fine.step(0.01);
+    }
+    coarse.step(0.06);
+    coarse.step(0.06);
+    EXPECT_NEAR(fine.value(), coarse.value(), 1e-9);
+    // One very long frame lands on the target instead of blowing up.
+    coarse.step(100.0);
+    EXPECT_EQ(coarse.value(), 1.0);
+    EXPECT_FALSE(coarse.isMoving());
+}
+
+TEST(SpringAnimationTest, RetargetingKeepsPositionAndVelocity) {
+    SpringAnimation animation(0.0);
+    animation.animateTo(1.0, Theme::armLamp());
+    animation.step(0.05);
+    const double position = animation.value();
+    animation.animateTo(0.0, Theme::armLamp());
+    EXPECT_EQ(animation.value(), position);
+    animation.step(0.01);
+    EXPECT_GT(animation.value(), position);  // still moving up for a moment
+    animation.jumpTo(0.3);
+    EXPECT_EQ(animation.value(), 0.3);
+    EXPECT_FALSE(animation.isMoving());
+    EXPECT_FALSE(animation.step(1.0));
+}
+
+TEST(ThemeTest, EaseOutStartsFastAndEndsAtOne) {
+    struct Case {
+        double t;
+        double low;
+        double high;
+    };
+    const std::vector<Case> cases = {{-1, 0, 0},      {0, 0, 0},        {0.25, 0.35, 0.45},
+                                     {0.5, 0.6, 0.7}, {0.9, 0.97, 1.0}, {1, 1, 1},
+                                     {2, 1, 1}};
+    for (const auto& c : cases) {
+        EXPECT_GE(Theme::easeOut(c.t), c.low - 1e-9) << c.t;
+        EXPECT_LE(Theme::easeOut(c.t), c.high + 1e-9) << c.t;
+    }
+    double last = 0;
+    for (int i = 1; i <= 100; ++i) {
+        const double value = Theme::easeOut(i / 100.0);
+        EXPECT_GT(value, last);
+        last = value;
+    }
+}
+
+TEST(ThemeTest, ColoursAreTheConsoleVocabulary) {
+    struct Case {
+        const char* name;
+        QColor color;
+        double r;
+        double g;
+        double b;
+    };
+    const std::vector<Case> cases = {
+        {"consoleTop", Theme::consoleTop(), 0.155, 0.145, 0.13},
+        {"consoleBottom", Theme::consoleBottom(), 0.095, 0.09, 0.082},
+        {"consoleAmber", Theme::consoleAmber(), 1.0, 0.694, 0.239},
+        {"recordTop", Theme::recordTop(), 1.0, 0.38, 0.32},
+        {"recordBottom", Theme::recordBottom(), 0.8, 0.15, 0.12},
+        {"meterGreen", Theme::meterGreen(), 0.3, 0.8, 0.42},
+    };
+    for (const auto& c : cases) {
+        EXPECT_NEAR(c.color.redF(), c.r, 1e-4) << c.name;
+        EXPECT_NEAR(c.color.greenF(), c.g, 1e-4) << c.name;
+        EXPECT_NEAR(c.color.blueF(), c.b, 1e-4) << c.name;
+        EXPECT_EQ(c.color.alphaF(), 1.0f) << c.name;
+    }
+    // Signal red must stand out on the panel and differ from the accent of a lit lamp.
+    const auto contrast = [](const QColor& a, const QColor& b) {
+        return std::abs(a.lightnessF() - b.lightnessF()) + std::abs(a.hueF() - b.hueF());
+    };
+    EXPECT_GT(Theme::signalRed().lightnessF(), Theme::consoleBottom().lightnessF() + 0.4);
+    EXPECT_GT(contrast(Theme::signalRed(), Theme::accent()), 0.04);
+    EXPECT_NEAR(Theme::withOpacity(Theme::consoleAmber(), 0.35).alphaF(), 0.35, 1e-3);
+}
+
+TEST(ThemeTest, TypeStylesFollowTheConsoleTable) {
+    const QFont timecode = Theme::timecodeFont();
+    EXPECT_EQ(timecode.pixelSize(), 32);
+    EXPECT_EQ(timecode.weight(), QFont::Medium);
+    EXPECT_TRUE(QFontInfo(timecode).fixedPitch());
+    const QFont status = Theme::statusFont(false);
+    EXPECT_EQ(status.capitalization(), QFont::AllUppercase);
+    EXPECT_NEAR(status.letterSpacing(), 1.4, 1.0 / 64);  // Qt keeps 1/64 steps
+    EXPECT_EQ(status.weight(), QFont::Medium);
+    EXPECT_EQ(Theme::statusFont(true).weight(), QFont::Bold);
+    EXPECT_NEAR(Theme::sectionHeaderFont().letterSpacing(), 1.3, 1.0 / 64);
+    EXPECT_EQ(Theme::sectionHeaderFont().weight(), QFont::DemiBold);
+    EXPECT_EQ(Theme::recordCaptionFont().weight(), QFont::DemiBold);
+    EXPECT_GT(Theme::messageFont().pixelSize(), Theme::recordCaptionFont().pixelSize());
+}
+
+TEST(ManualConsoleClockTest, DeadlinesFireInOrderAtTheirTimeAndOnlyForLiveContexts) {
+    ManualConsoleClock clock;
+    const auto start = clock.now();
+    std::vector<std::pair<int, long long>> fired;  // (tag, ms after start)
+    auto record = [&](int tag) {
+        return [&, tag] {
+            fired.emplace_back(
+                tag, std::chrono::duration_cast<milliseconds>(clock.now() - start).count());
+        };
+    };
+    QObject alive;
+    auto* doomed = new QObject;
+    clock.callAt(start + milliseconds(250), &alive, record(2));
+    clock.callAt(start + milliseconds(100), &alive, record(1));
+    clock.callAt(start + milliseconds(100), doomed, record(9));
+    clock.callAt(start + milliseconds(250), &alive, record(3));
+    clock.callAt(start - milliseconds(5), &alive, record(0));  // already due
+    delete doomed;
+    clock.advance(milliseconds(99));
+    EXPECT_EQ(fired, (std::vector<std::pair<int, long long>>{{0, 0}}));
+    clock.advance(milliseconds(1000));
+    EXPECT_EQ(fired,
+              (std::vector<std::pair<int, long long>>{{0, 0}, {1, 100}, {2, 250}, {3, 250}}));
+    EXPECT_EQ(clock.pendingDeadlines(), 0u);
+    EXPECT_EQ(clock.now() - start, milliseconds(1099));
+}
+
+TEST(ManualConsoleClockTest, FramesComeOnlyWhenAskedFor) {
+    ManualConsoleClock clock;
+    int frames = 0;
+    int wanted = 3;
+    QObject::connect(&clock, &ConsoleClock::frame, [&] {
+        ++frames;
+        if (--wanted > 0) {
+            clock.requestFrame();
+        }
+    });
+    clock.advance(milliseconds(100));
+    EXPECT_EQ(frames, 0);
+    clock.requestFrame();
+    clock.advance(milliseconds(1000));
+    EXPECT_EQ(frames, 3);
+    EXPECT_FALSE(clock.framePending());
+}
+
+TEST(SystemConsoleClockTest, DeadlinesNeverFireEarly) {
+    ConsoleClock* clock = ConsoleClock::system();
+    const auto deadline = clock->now() + milliseconds(30);
+    bool fired = false;
+    ConsoleClock::Duration firedAt{};
+    QObject context;
+    clock->callAt(deadline, &context, [&] {
+        fired = true;
+        firedAt = clock->now();
+    });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return fired; }, 2000));
+    EXPECT_GE(firedAt, deadline);
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

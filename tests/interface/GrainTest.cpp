@@ -1,0 +1,474 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCryptographicHash>
+#include <QSignalSpy>
+#include <QTest>
+#include <cmath>
+#include <limits>
+#include <set>
+#include <thread>
+
+#include "interface/ConsoleSurface.h"
+#include "interface/GrainOverlay.h"
+#include "interface/GrainPixels.h"
+#include "interface/GrainTextureCache.h"
+#include "interface/SplitMix64.h"
+#include "interface/Theme.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+
+namespace bw {
+namespace {
+
+struct Speck {
+    int x;
+    int y;
+    int alpha;
+    friend bool operator==(const Speck&, const Speck&) = default;
+};
+
+std::vector<Speck> specksOf(const GrainPixels& pixels) {
+    std::vector<Speck> specks;
+    for (int y = 0; y < pixels.height; ++y) {
+        for (int x = 0; x < pixels.width; ++x) {
+            const auto* p = &pixels.bytes[static_cast<std::size_t>(y) * pixels.width * 4 + x * 4];
+            if (p[3] != 0) {
+                specks.push_back({x, y, p[3]});
+            }
+        }
+    }
+    return specks;
+}
+
+std::vector<std::uint8_t> bytesOf(const QImage& image) {
+    std::vector<std::uint8_t> bytes;
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* line = image.constScanLine(y);
+        bytes.insert(bytes.end(), line, line + image.width() * 4);
+    }
+    return bytes;
+}
+
+TEST(SplitMix64Test, FirstOutputsFromSeedZeroAreTheReferenceSequence) {
+    SplitMix64 generator(0);
+    const std::uint64_t expected[] = {0xE220A8397B1DCDAFull, 0x6E789E6AA1B965F4ull,
+                                      0x06C45D188009454Full, 0xF88BB8A8724C81ECull};
+    for (const auto value : expected) {
+        EXPECT_EQ(generator.next(), value);
+    }
+}
+
+TEST(SplitMix64Test, SixtyFourBitDrawRejectsExactlyTheLowHalvesBelowTheThreshold) {
+    struct Case {
+        const char* what;
+        std::uint64_t n;
+        std::vector<std::uint64_t> outputs;
+        std::uint64_t expected;
+        std::size_t used;
+    };
+    const std::uint64_t half = 1ull << 63;
+    const std::vector<Case> cases = {
+        // n = 3: threshold (2^64 - 3) mod 3 = 1, so only a product with low half 0 is refused.
+        {"n 3, zero output refused", 3, {0, half}, 1, 2},
+        {"n 3, first output taken", 3, {half}, 1, 1},
+        {"n 3, top output", 3, {~0ull}, 2, 1},
+        // n = 6: threshold 4; 2^63 × 6 has low half 0, refused; 1 × 6 = 6 ≥ 4 is taken.
+        {"n 6, refused then taken", 6, {half, 1}, 0, 2},
+        // Low halves 2 (below the threshold 4) and 4 (below n, not below the threshold).
+        {"n 6, low 2 refused, low 4 taken",
+         6,
+         {0x2AAAAAAAAAAAAAABull, 0x5555555555555556ull},
+         2,
+         2},
+        // n = 1: threshold 0, nothing is refused and the result is always 0.
+        {"n 1", 1, {0}, 0, 1},
+        // A power of two: threshold 0, the result is the top bits.
+        {"n 8", 8, {0xF000000000000000ull}, 7, 1},
+    };
+    for (const auto& c : cases) {
+        std::size_t used = 0;
+        const auto result = SplitMix64::uniformBelow(c.n, [&] { return c.outputs.at(used++); });
+        EXPECT_EQ(result, c.expected) << c.what;
+        EXPECT_EQ(used, c.used) << c.what;
+    }
+}
+
+TEST(SplitMix64Test, EightBitDrawRefusesMultiplesOfFourAndTakesThreeQuarters) {
+    struct Case {
+        std::vector<std::uint64_t> outputs;
+        int expected;
+        std::size_t used;
+    };
+    const std::vector<Case> cases = {
+        {{0x01}, 0, 1},                          // 1 × 3 / 4 = 0
+        {{0x05}, 3, 1},                          // 5 × 3 / 4 = 3
+        {{0xFF}, 191, 1},                        // the top value
+        {{0x00, 0x04, 0xFC, 0x02}, 1, 4},        // three multiples of 4 refused
+        {{0xABCDEF0000000007ull}, 5, 1},         // only the lowest byte counts
+        {{0x1200000000000010ull, 0x33}, 38, 2},  // 0x10 refused, 0x33 = 51 → 38
+    };
+    for (const auto& c : cases) {
+        std::size_t used = 0;
+        const auto result = SplitMix64::uniformByteBelow(192, [&] { return c.outputs.at(used++); });
+        EXPECT_EQ(result, c.expected) << "first output " << std::hex << c.outputs.front();
+        EXPECT_EQ(used, c.used);
+    }
+}
+
+TEST(GrainPixelsTest, SpeckCountIsOnePerEighteenPixelsAndAtLeastOne) {
+    struct Case {
+        int width;
+        int height;
+        std::int64_t specks;
+    };
+    const std::vector<Case> cases = {{1, 1, 1},
+                                     {17, 1, 1},
+                                     {18, 1, 1},
+                                     {36, 1, 2},
+                                     {6, 6, 2},
+                                     {35, 1, 1},
+                                     {19, 1, 1},
+                                     {100, 18, 100},
+                                     {640, 560, 640 * 560 / 18},
+                                     {1280, 1120, 1280 * 1120 / 18}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(GrainPixels::speckCount(c.width, c.height), c.specks)
+            << c.width << "x" << c.height;
+    }
+    EXPECT_EQ(GrainPixels::seed(2, 3), (std::uint64_t(2) << 32) ^ 3 ^ 0x4C554D454Eull);
+}
+
+// Expected specks computed by an independent implementation of the draws.
+TEST(GrainPixelsTest, SmallSizesPlaceTheSpecksOfTheReferenceDraws) {
+    struct Case {
+        int width;
+        int height;
+        std::vector<Speck> specks;  // in row order
+    };
+    const std::vector<Case> cases = {
+        {1, 1, {{0, 0, 181}}},
+        {17, 1, {{10, 0, 88}}},
+        {18, 1, {{4, 0, 139}}},
+        {6, 6, {{5, 1, 174}, {0, 3, 72}}},
+        {3, 12, {{1, 9, 195}, {2, 11, 156}}},
+        {12, 3, {{9, 0, 75}, {1, 2, 145}}},
+        {9, 4, {{0, 0, 210}, {3, 1, 139}}},
+    };
+    for (const auto& c : cases) {
+        const auto pixels = GrainPixels::make(c.width, c.height);
+        ASSERT_TRUE(pixels);
+        ASSERT_EQ(pixels->bytes.size(), static_cast<std::size_t>(c.width * c.height * 4));
+        EXPECT_EQ(specksOf(*pixels), c.specks) << c.width << "x" << c.height;
+    }
+}
+
+TEST(GrainPixelsTest, LargerTexturesMatchTheReferenceBytes) {
+    struct Case {
+        int width;
+        int height;
+        const char* sha256;
+        int litPixels;
+    };
+    const std::vector<Case> cases = {
+        {64, 48, "685cedc403467c1afc434b556a977269cf9fbc86dae1349d1accea76bee7e8ec", 168},
+        {48, 64, "f243486323ff41a588d80b72d8752c86b40d6fa8e8e65522b70ea281ea7aa7aa", 164},
+        {201, 3, "3dff590c376fd52fb482600a64335b6d53ed5474a437f7e30b9b2b7866861911", 32},
+    };
+    for (const auto& c : cases) {
+        const auto pixels = GrainPixels::make(c.width, c.height);
+        ASSERT_TRUE(pixels);
+        const QByteArray bytes(reinterpret_cast<const char*>(pixels->bytes.data()),
+                               static_cast<qsizetype>(pixels->bytes.size()));
+        EXPECT_EQ(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex(),
+                  QByteArray(c.sha256))
+            << c.width << "x" << c.height;
+        EXPECT_EQ(static_cast<int>(specksOf(*pixels).size()), c.litPixels);
+    }
+}
+
+TEST(GrainPixelsTest, EveryPixelIsUntouchedOrAWhiteSpeckOfAlphaAtLeast64) {
+    const std::vector<std::pair<int, int>> sizes = {{1, 1}, {17, 1}, {333, 211}, {1, 900}};
+    for (const auto& [width, height] : sizes) {
+        const auto pixels = GrainPixels::make(width, height);
+        ASSERT_TRUE(pixels);
+        int specks = 0;
+        int lowestAlpha = 255;
+        for (std::size_t i = 0; i < pixels->bytes.size(); i += 4) {
+            const auto* p = &pixels->bytes[i];
+            if (p[3] == 0) {
+                EXPECT_EQ(p[0] | p[1] | p[2], 0) << "untouched pixel " << i / 4 << " not zero";
+                continue;
+            }
+            ++specks;
+            lowestAlpha = std::min<int>(lowestAlpha, p[3]);
+            EXPECT_EQ(p[0] & p[1] & p[2], 255) << "speck " << i / 4 << " not white";
+        }
+        EXPECT_GE(lowestAlpha, 64) << width << "x" << height;
+        EXPECT_GE(specks, 1);
+        EXPECT_LE(specks, GrainPixels::speckCount(width, height));
+    }
+}
+
+TEST(GrainPixelsTest, SameSizeGivesSameBytesAndSwappedSizesDiffer) {
+    const auto first = GrainPixels::make(40, 30);
+    const auto again = GrainPixels::make(40, 30);
+    ASSERT_TRUE(first && again);
+    EXPECT_EQ(first->bytes, again->bytes);
+
+    // Transposed back onto the first one's layout, the swapped size still disagrees.
+    const auto swapped = GrainPixels::make(30, 40);
+    ASSERT_TRUE(swapped);
+    std::vector<std::uint8_t> transposed(first->bytes.size());
+    for (int y = 0; y < 40; ++y) {
+        for (int x = 0; x < 30; ++x) {
+            for (int b = 0; b < 4; ++b) {
+                transposed[(x * 40 + y) * 4 + b] = swapped->bytes[(y * 30 + x) * 4 + b];
+            }
+        }
+    }
+    EXPECT_NE(first->bytes, transposed);
+}
+
+TEST(GrainPixelsTest, SizesWithoutPixelsOrBeyondTheLimitGiveNothing) {
+    const std::vector<std::pair<int, int>> sizes = {
+        {0, 5}, {5, 0}, {-1, 3}, {std::numeric_limits<int>::max(), 2}, {40000, 40000}};
+    for (const auto& [width, height] : sizes) {
+        EXPECT_FALSE(GrainPixels::make(width, height)) << width << "x" << height;
+    }
+}
+
+TEST(GrainTextureCacheTest, PointSizesBecomePixelSizes) {
+    struct Case {
+        double width;
+        double height;
+        double scale;
+        std::optional<GrainTextureKey> key;
+    };
+    const double inf = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<Case> cases = {
+        {0, 0, 2, GrainTextureKey{1, 1}},
+        {640, 560, 2, GrainTextureKey{1280, 1120}},
+        {1280, 1120, 1, GrainTextureKey{1280, 1120}},
+        {100.2, 10, 2, GrainTextureKey{201, 20}},
+        {0.1, 0.1, 1, GrainTextureKey{1, 1}},
+        {-5, 3, 1, GrainTextureKey{1, 3}},
+        {inf, 10, 1, std::nullopt},
+        {10, nan, 1, std::nullopt},
+        {10, 10, inf, std::nullopt},
+        {1e12, 10, 1, std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(GrainTextureCache::keyFor(c.width, c.height, c.scale), c.key)
+            << c.width << "x" << c.height << "@" << c.scale;
+    }
+}
+
+TEST(GrainTextureCacheTest, ImagesCarryTheGrainBytesAsStraightRgba) {
+    GrainTextureCache cache;
+    const auto image = cache.imageBlocking(32, 24, 2);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size(), QSize(64, 48));
+    EXPECT_EQ(image->format(), QImage::Format_RGBA8888);
+    EXPECT_EQ(bytesOf(*image), GrainPixels::make(64, 48)->bytes);
+
+    // 0 × 0 points: one pixel with its one speck.
+    const auto empty = cache.imageBlocking(0, 0, 1);
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty->size(), QSize(1, 1));
+    EXPECT_EQ(bytesOf(*empty), (std::vector<std::uint8_t>{255, 255, 255, 181}));
+}
+
+TEST(GrainTextureCacheTest, EqualPixelSizesShareOneEntryAndOneImage) {
+    GrainTextureCache cache;
+    const auto a = cache.imageBlocking(640, 560, 2);
+    const auto b = cache.imageBlocking(1280, 1120, 1);
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(a->cacheKey(), b->cacheKey());
+    const auto keys = cache.keysBlocking();
+    ASSERT_EQ(keys.size(), 1u);
+    EXPECT_EQ(keys.front(), (GrainTextureKey{1280, 1120}));
+}
+
+TEST(GrainTextureCacheTest, FailedSizesStoreNothing) {
+    GrainTextureCache cache;
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_FALSE(cache.imageBlocking(nan, 10, 1));
+    EXPECT_FALSE(cache.imageBlocking(40000, 40000, 1));  // too large to be made
+    EXPECT_TRUE(cache.keysBlocking().empty());
+}
+
+TEST(GrainTextureCacheTest, TheSeventeenthSizeStartsTheCacheAfresh) {
+    GrainTextureCache cache;
+    for (int i = 1; i <= 16; ++i) {
+        ASSERT_TRUE(cache.imageBlocking(i, 3, 1));
+    }
+    EXPECT_EQ(cache.keysBlocking().size(), 16u);
+    // A size already held doesn't count as new.
+    ASSERT_TRUE(cache.imageBlocking(5, 3, 1));
+    EXPECT_EQ(cache.keysBlocking().size(), 16u);
+
+    ASSERT_TRUE(cache.imageBlocking(17, 3, 1));
+    const auto keys = cache.keysBlocking();
+    ASSERT_EQ(keys.size(), 1u);
+    EXPECT_EQ(keys.front(), (GrainTextureKey{17, 3}));
+}
+
+TEST(GrainTextureCacheTest, RepliesArriveOnTheGuiThreadInRequestOrder) {
+    GrainTextureCache cache;
+    std::vector<QSize> sizes;
+    std::vector<bool> onGuiThread;
+    const double inf = std::numeric_limits<double>::infinity();
+    const std::vector<std::tuple<double, double, double>> requests = {
+        {10, 20, 1}, {inf, 1, 1}, {30, 5, 2}, {10, 20, 1}};
+    for (const auto& [w, h, s] : requests) {
+        cache.request(w, h, s, [&](std::optional<QImage> image) {
+            onGuiThread.push_back(QThread::currentThread() == qApp->thread());
+            sizes.push_back(image ? image->size() : QSize());
+        });
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return sizes.size() == requests.size(); }, 5000));
+    EXPECT_EQ(sizes, (std::vector<QSize>{QSize(10, 20), QSize(), QSize(60, 10), QSize(10, 20)}));
+    EXPECT_EQ(onGuiThread, std::vector<bool>(4, true));
+}
+
+TEST(GrainTextureCacheTest, ManyCallersAtOnceGetOneImagePerSize) {
+    GrainTextureCache cache;
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 25;
+    std::vector<std::vector<qint64>> seen(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < kRounds; ++round) {
+                const auto image = cache.imageBlocking(50 + round % 5, 40, 1);
+                seen[t].push_back(image ? image->cacheKey() : 0);
+            }
+        });
+    }
+    int replies = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        cache.request(50 + round % 5, 40, 1, [&](std::optional<QImage>) { ++replies; });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return replies == kRounds; }, 5000));
+    std::set<qint64> distinct;
+    for (const auto& keys : seen) {
+        for (int round = 0; round < kRounds; ++round) {
+            EXPECT_NE(keys[round], 0);
+            EXPECT_EQ(keys[round], seen[0][round % 5]) << "size " << 50 + round % 5;
+            distinct.insert(keys[round]);
+        }
+    }
+    EXPECT_EQ(distinct.size(), 5u);
+    EXPECT_EQ(cache.keysBlocking().size(), 5u);
+}
+
+TEST(GrainTextureCacheTest, RequestsAfterShutDownAreDropped) {
+    GrainTextureCache cache;
+    cache.shutDown();
+    bool replied = false;
+    cache.request(10, 10, 1, [&](std::optional<QImage>) { replied = true; });
+    EXPECT_FALSE(cache.imageBlocking(10, 10, 1));
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(replied);
+}
+
+TEST(GrainOverlayTest, LoadingKeysUseShortestNumbersWithAFraction) {
+    struct Case {
+        QSizeF size;
+        double scale;
+        const char* key;
+    };
+    const std::vector<Case> cases = {
+        {{640, 560}, 2, "640.0x560.0@2.0"},
+        {{100.2, 50}, 1, "100.2x50.0@1.0"},
+        {{0, 0}, 1.25, "0.0x0.0@1.25"},
+        {{0.1, 1.0 / 3.0}, 1.5, "0.1x0.3333333333333333@1.5"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(GrainOverlay::loadingKey(c.size, c.scale), QString::fromLatin1(c.key));
+    }
+}
+
+TEST(GrainOverlayTest, ANewSizeReplacesTheAnswerOfTheOldOne) {
+    GrainTextureCache cache;
+    GrainOverlay overlay(0.14, &cache);
+    QSignalSpy changed(&overlay, &GrainOverlay::textureChanged);
+    overlay.updateSize({40, 30}, 1);
+    overlay.updateSize({40, 30}, 1);  // same key: no new request
+    overlay.updateSize({25, 10}, 2);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !changed.isEmpty(); }, 5000));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(changed.size(), 1);
+    EXPECT_EQ(overlay.currentKey(), QString("25.0x10.0@2.0"));
+    ASSERT_TRUE(overlay.texture());
+    EXPECT_EQ(overlay.texture()->size(), QSize(50, 20));
+    EXPECT_EQ(cache.keysBlocking().size(), 2u);  // the old size was still made, only ignored
+
+    overlay.updateSize({std::numeric_limits<double>::infinity(), 10}, 1);
+    ASSERT_TRUE(changed.wait(5000));
+    EXPECT_FALSE(overlay.texture());  // a failed size loses the old image
+}
+
+QImage settledGrab(ConsoleSurface& surface) {
+    surface.grab();  // the first paint asks for the texture
+    EXPECT_TRUE(QTest::qWaitFor([&] { return surface.grain().texture().has_value(); }, 5000));
+    return surface.grab().toImage();
+}
+
+TEST(ConsoleSurfaceTest, PanelIsAGradientWithGrainAndTwoHairlines) {
+    GrainTextureCache cache;
+    ConsoleSurface surface(nullptr, &cache);
+    surface.resize(300, 120);
+    const QImage image = settledGrab(surface);
+    EXPECT_EQ(surface.grain().currentKey(), QString("300.0x120.0@1.0"));
+    EXPECT_EQ(surface.grain().texture()->size(), QSize(300, 120));
+
+    // Without grain, a row is one colour; the grain makes some pixels of a row lighter.
+    auto lighterPixels = [&](int y) {
+        int count = 0;
+        int darkest = 255;
+        for (int x = 0; x < image.width(); ++x) {
+            darkest = std::min(darkest, qRed(image.pixel(x, y)));
+        }
+        for (int x = 0; x < image.width(); ++x) {
+            count += qRed(image.pixel(x, y)) > darkest;
+        }
+        return count;
+    };
+    EXPECT_GT(lighterPixels(60), 3);
+    EXPECT_LT(lighterPixels(60), image.width() / 3);
+
+    // The darkest pixel of a row follows the gradient from top to bottom.
+    auto darkest = [&](int y) {
+        QColor darkest(Qt::white);
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (c.lightness() < darkest.lightness()) {
+                darkest = c;
+            }
+        }
+        return darkest;
+    };
+    const QColor top = darkest(1);
+    const QColor bottom = darkest(118);
+    EXPECT_NEAR(top.redF(), Theme::consoleTop().redF(), 0.02);
+    EXPECT_NEAR(bottom.redF(), Theme::consoleBottom().redF(), 0.02);
+    EXPECT_GT(top.red(), bottom.red());
+    // Lit edge above, shadowed edge below.
+    EXPECT_GT(darkest(0).red(), top.red());
+    EXPECT_LT(darkest(119).red(), bottom.red());
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

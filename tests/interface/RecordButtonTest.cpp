@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QApplication>
+#include <QMouseEvent>
+#include <QSignalSpy>
+
+#include "interface/ManualConsoleClock.h"
+#include "interface/RecordButton.h"
+#include "interface/Theme.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/WidgetImages.h"
+
+namespace bw {
+namespace {
+
+using std::chrono::milliseconds;
+
+void mouse(RecordButton& button, QEvent::Type type, QPointF local) {
+    const bool release = type == QEvent::MouseButtonRelease;
+    QMouseEvent event(type, local, button.mapToGlobal(local),
+                      type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton,
+                      release ? Qt::NoButton : Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&button, &event);
+}
+
+struct Rig {
+    ManualConsoleClock clock;
+    test::Host host{90};
+    RecordButton* button = host.hold(new RecordButton);
+    QSignalSpy clicks{button, &RecordButton::clicked};
+
+    Rig() { button->setClock(&clock); }
+};
+
+TEST(RecordButtonTest, StatesGiveCaptionTextsAndGlow) {
+    struct Case {
+        bool recording;
+        bool enabled;
+        QString caption;
+        QString spoken;
+        double glowOpacity;
+        double glowRadius;
+    };
+    const std::vector<Case> cases = {
+        {false, true, "Record", "Start recording", 0.45, 9},
+        {false, false, "Record", "Start recording", 0.25, 5},
+        {true, true, "Stop", "Stop recording", 0.6, 12},
+        {true, false, "Stop", "Stop recording", 0.6, 12},  // only the idle glow differs
+    };
+    for (const auto& c : cases) {
+        Rig rig;
+        rig.button->setKeyEnabled(c.enabled);
+        rig.button->setRecording(c.recording);
+        EXPECT_EQ(rig.button->text(), c.caption);
+        EXPECT_EQ(rig.button->toolTip(), c.spoken);
+        auto* accessible = QAccessible::queryAccessibleInterface(rig.button);
+        ASSERT_NE(accessible, nullptr);
+        EXPECT_EQ(accessible->text(QAccessible::Name), c.spoken);
+        EXPECT_EQ(accessible->role(), QAccessible::Button);
+        EXPECT_DOUBLE_EQ(rig.button->glowOpacity(), c.glowOpacity);
+        EXPECT_DOUBLE_EQ(rig.button->glowRadius(), c.glowRadius);
+        EXPECT_EQ(rig.button->objectName(), QString("recordButton"));
+    }
+}
+
+TEST(RecordButtonTest, GlowRadiusBreathesWithTheMasterLevelOnlyWhileRecording) {
+    struct Case {
+        float level;
+        double radius;
+    };
+    const std::vector<Case> cases = {{0.0f, 12}, {0.5f, 19}, {1.0f, 26}, {1.7f, 26}};
+    Rig rig;
+    rig.button->setLevel(0.8f);  // not recording: ignored
+    EXPECT_EQ(rig.button->rawLevel(), 0.0f);
+    rig.button->setRecording(true);
+    for (const auto& c : cases) {
+        rig.button->setLevel(c.level);
+        EXPECT_DOUBLE_EQ(rig.button->glowRadius(), c.radius) << c.level;
+    }
+    rig.button->setLevel(0.25f);
+    rig.button->setRecording(false);
+    rig.button->setLevel(0.9f);
+    EXPECT_EQ(rig.button->rawLevel(), 0.25f);  // the old value stays, without effect
+    EXPECT_DOUBLE_EQ(rig.button->glowRadius(), 9);
+    rig.button->setRecording(true);
+    EXPECT_DOUBLE_EQ(rig.button->glowRadius(), 12 + 14 * 0.25);
+
+    rig.button->setReduceMotion(true);  // the glow breathes with Reduce Motion too
+    rig.button->setLevel(1.0f);
+    EXPECT_DOUBLE_EQ(rig.button->glowRadius(), 26);
+}
+
+TEST(RecordButtonTest, PulseRingExistsWhileRecordingWithoutReducedMotion) {
+    struct Case {
+        const char* what;
+        bool recording;
+        bool reduceMotion;
+        bool ring;
+    };
+    const std::vector<Case> cases = {{"idle", false, false, false},
+                                     {"recording", true, false, true},
+                                     {"recording, reduced motion", true, true, false},
+                                     {"idle, reduced motion", false, true, false}};
+    for (const auto& c : cases) {
+        Rig rig;
+        rig.button->setReduceMotion(c.reduceMotion);
+        rig.button->setRecording(c.recording);
+        EXPECT_EQ(rig.button->pulseRingVisible(), c.ring) << c.what;
+        EXPECT_EQ(rig.button->isPulsing(), c.ring) << c.what;
+    }
+    Rig rig;
+    rig.button->setRecording(true);
+    rig.clock.advance(milliseconds(700));
+    rig.button->setReduceMotion(true);  // removes the ring at once
+    EXPECT_FALSE(rig.button->pulseRingVisible());
+    EXPECT_FALSE(rig.button->isPulsing());
+    rig.button->setReduceMotion(false);
+    EXPECT_TRUE(rig.button->isPulsing());
+    rig.button->setRecording(false);
+    EXPECT_FALSE(rig.button->isPulsing());
+}
+
+TEST(RecordButtonTest, RingLeavesTheEdgeAndFadesOnceEveryPeriod) {
+    Rig rig;
+    rig.button->setRecording(true);
+    struct Sample {
+        int ms;
+        double scale;
+        double opacity;
+    };
+    // Ease-out: most of the swing is done early; each swing restarts at the key's edge.
+    const std::vector<Sample> samples = {
+        {0, 1.0, 0.7},
+        {750, 1.0 + 0.4 * Theme::easeOut(0.5), 0.7 * (1 - Theme::easeOut(0.5))},
+        {1500, 1.0, 0.7},
+        {1875, 1.0 + 0.4 * Theme::easeOut(0.25), 0.7 * (1 - Theme::easeOut(0.25))},
+        {4490, 1.0 + 0.4 * Theme::easeOut(1490.0 / 1500), -1}};
+    int now = 0;
+    for (const auto& s : samples) {
+        rig.clock.advance(milliseconds(s.ms - now));
+        now = s.ms;
+        EXPECT_NEAR(rig.button->pulseScale(), s.scale, 1e-9) << s.ms;
+        if (s.opacity >= 0) {
+            EXPECT_NEAR(rig.button->pulseOpacity(), s.opacity, 1e-9) << s.ms;
+        }
+        EXPECT_TRUE(rig.clock.framePending()) << "the ring keeps animating at " << s.ms;
+    }
+    EXPECT_GT(Theme::easeOut(0.5), 0.5);
+}
+
+TEST(RecordButtonTest, GlyphSpringsBetweenRingAndSquare) {
+    Rig rig;
+    EXPECT_EQ(rig.button->glyphProgress(), 0.0);
+    rig.button->setRecording(true);
+    EXPECT_EQ(rig.button->glyphProgress(), 0.0);  // nothing moves before time does
+    double highest = 0;
+    for (int i = 0; i < 60; ++i) {
+        rig.clock.advance(milliseconds(16));
+        highest = std::max(highest, rig.button->glyphProgress());
+    }
+    EXPECT_GT(highest, 1.0);  // damping 0.62 overshoots
+    EXPECT_NEAR(rig.button->glyphProgress(), 1.0, 0.01);
+    rig.clock.advance(milliseconds(2000));
+    EXPECT_EQ(rig.button->glyphProgress(), 1.0);
+
+    rig.button->setReduceMotion(true);
+    rig.button->setRecording(false);  // the glyph's spring stays under Reduce Motion
+    rig.clock.advance(milliseconds(100));
+    EXPECT_GT(rig.button->glyphProgress(), 0.0);
+    EXPECT_LT(rig.button->glyphProgress(), 1.0);
+    rig.clock.advance(milliseconds(3000));
+    EXPECT_EQ(rig.button->glyphProgress(), 0.0);
+    EXPECT_FALSE(rig.clock.framePending());
+}
+
+TEST(RecordButtonTest, PressScalesTheKeyUntilReleaseEvenWhenDraggedOff) {
+    Rig rig;
+    const QPointF key = rig.button->keyRect().center();
+    mouse(*rig.button, QEvent::MouseButtonPress, key);
+    EXPECT_TRUE(rig.button->isPressed());
+    rig.clock.advance(milliseconds(1000));
+    EXPECT_NEAR(rig.button->pressScale(), RecordButton::pressedScale, 1e-3);
+
+    mouse(*rig.button, QEvent::MouseMove, QPointF(-40, -40));  // off the button
+    rig.clock.advance(milliseconds(500));
+    EXPECT_TRUE(rig.button->isPressed());
+    EXPECT_NEAR(rig.button->pressScale(), RecordButton::pressedScale, 1e-3);
+
+    mouse(*rig.button, QEvent::MouseButtonRelease, QPointF(-40, -40));
+    EXPECT_FALSE(rig.button->isPressed());
+    EXPECT_EQ(rig.clicks.size(), 0);  // released off the key: no action
+    rig.clock.advance(milliseconds(1000));
+    EXPECT_EQ(rig.button->pressScale(), 1.0);
+}
+
+TEST(RecordButtonTest, APressReachesTheActionWhateverTheGlow) {
+    struct Case {
+        bool recording;
+        bool enabled;
+    };
+    for (const auto& c : std::vector<Case>{{false, true}, {false, false}, {true, false}}) {
+        Rig rig;
+        rig.button->setRecording(c.recording);
+        rig.button->setKeyEnabled(c.enabled);
+        const QPointF key = rig.button->keyRect().center();
+        mouse(*rig.button, QEvent::MouseButtonPress, key);
+        mouse(*rig.button, QEvent::MouseButtonRelease, key);
+        EXPECT_EQ(rig.clicks.size(), 1) << c.recording << c.enabled;
+        // The caption belongs to the button; the glow around it doesn't.
+        const QPointF caption(key.x(), rig.button->keyRect().bottom() + 10);
+        mouse(*rig.button, QEvent::MouseButtonPress, caption);
+        mouse(*rig.button, QEvent::MouseButtonRelease, caption);
+        EXPECT_EQ(rig.clicks.size(), 2);
+        const QPointF glow(rig.button->keyRect().left() - 10, key.y());
+        mouse(*rig.button, QEvent::MouseButtonPress, glow);
+        mouse(*rig.button, QEvent::MouseButtonRelease, glow);
+        EXPECT_EQ(rig.clicks.size(), 2);
+        EXPECT_FALSE(rig.button->isPressed());
+    }
+}
+
+TEST(RecordButtonTest, WidgetIsTheKeyAndCaptionColumn) {
+    Rig rig;
+    const QSize size = rig.button->sizeHint();
+    EXPECT_EQ(size.width(), 64);  // the captions are narrower than the key
+    EXPECT_GT(size.height(), 64 + 5 + 8);
+    EXPECT_LT(size.height(), 64 + 5 + 20);
+    EXPECT_EQ(rig.button->keyRect(), QRectF(0, 0, 64, 64));
+}
+
+TEST(RecordButtonTest, PaintedKeyIsRedWithItsGlyph) {
+    struct Case {
+        const char* what;
+        bool recording;
+        QPointF offset;  // from the key's centre
+        bool white;
+    };
+    const std::vector<Case> cases = {
+        {"ready ring", false, {0, -16.25}, true},
+        {"ready ring's hollow centre", false, {0, 0}, false},
+        {"stop square's centre", true, {0, 0}, true},
+        {"stop square's corner region is red", true, {14, 14}, false},
+    };
+    for (const auto& c : cases) {
+        Rig rig;
+        rig.button->setRecording(c.recording);
+        rig.clock.advance(milliseconds(3000));
+        const QImage image = rig.host.painted();
+        const QPointF center = rig.button->keyRect().center();
+        const QColor pixel = image.pixelColor(rig.host.at(*rig.button, center + c.offset));
+        if (c.white) {
+            EXPECT_GT(pixel.lightness(), 220) << c.what;
+        } else {
+            EXPECT_GT(pixel.red(), 150) << c.what;
+            EXPECT_LT(pixel.green(), 120) << c.what;
+        }
+    }
+}
+
+TEST(RecordButtonTest, GlowAndRingLightThePanelBeyondTheWidget) {
+    // Strength of red light beside the key, outside the widget's own rectangle.
+    const auto beside = [](Rig& rig, double distance) {
+        const QRectF key = rig.button->keyRect();
+        const QPointF point(key.left() - distance, key.center().y() + 2);
+        return rig.host.painted().pixelColor(rig.host.at(*rig.button, point)).alpha();
+    };
+    struct Case {
+        const char* what;
+        bool recording;
+        bool enabled;
+        float level;
+    };
+    const std::vector<Case> cases = {{"dim", false, false, 0},
+                                     {"ready", false, true, 0},
+                                     {"recording quietly", true, true, 0},
+                                     {"recording loud", true, true, 1}};
+    std::vector<int> near;
+    std::vector<int> far;
+    for (const auto& c : cases) {
+        Rig rig;
+        rig.button->setReduceMotion(true);  // the glow alone
+        rig.button->setKeyEnabled(c.enabled);
+        rig.button->setRecording(c.recording);
+        rig.button->setLevel(c.level);
+        near.push_back(beside(rig, 4));
+        far.push_back(beside(rig, 30));
+        EXPECT_GE(rig.button->overhang(), 3 * rig.button->glowRadius()) << c.what;
+    }
+    // Idle glows grow with the key's readiness; a recording's glow reaches further with level.
+    EXPECT_GT(near[0], 0);
+    EXPECT_GT(near[1], near[0]);
+    EXPECT_GT(near[2], near[1]);
+    EXPECT_EQ(far[1], 0);  // a glow of 9 fades out before 30 points
+    EXPECT_GT(far[2], far[1]);
+    EXPECT_GT(far[3], far[2] + 5);
+
+    // The ring: a red line leaving the key's edge while recording.
+    Rig rig;
+    rig.button->setRecording(true);
+    rig.clock.advance(milliseconds(375));
+    const double ringRadius = 32 * rig.button->pulseScale();
+    const QRectF key = rig.button->keyRect();
+    const QPointF onRing(key.center().x(), key.center().y() - ringRadius);
+    const QColor ring = rig.host.painted().pixelColor(rig.host.at(*rig.button, onRing));
+    EXPECT_GT(ring.red(), ring.green() + 40);
+    EXPECT_GT(ring.alpha(), 40);
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

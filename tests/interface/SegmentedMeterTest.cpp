@@ -1,0 +1,297 @@
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QApplication>
+#include <QSignalSpy>
+
+#include "interface/LevelMeterView.h"
+#include "interface/ManualConsoleClock.h"
+#include "interface/MasterLevelMeter.h"
+#include "interface/SegmentedMeter.h"
+#include "interface/Theme.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/WidgetImages.h"
+
+namespace bw {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::vector<int> litIndices(const std::vector<SegmentedMeter::Segment>& segments) {
+    std::vector<int> lit;
+    for (std::size_t i = 0; i < segments.size(); ++i) {
+        if (segments[i].lit) {
+            lit.push_back(static_cast<int>(i));
+        }
+    }
+    return lit;
+}
+
+std::vector<int> range(int from, int to) {
+    std::vector<int> values;
+    for (int i = from; i < to; ++i) {
+        values.push_back(i);
+    }
+    return values;
+}
+
+TEST(SegmentedMeterTest, SegmentCountFillsTheWidthWithoutATrailingGap) {
+    struct Case {
+        double width;
+        int count;
+    };
+    const std::vector<Case> cases = {{0, 1},    {3, 1},  {4.9, 1},  {5, 1},   {12.9, 1},  {13, 2},
+                                     {20.9, 2}, {21, 3}, {485, 61}, {-20, 1}, {1000, 125}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(SegmentedMeter::segmentCount(c.width), c.count) << "width " << c.width;
+    }
+    // Three segments in 21 points: the last one ends exactly at the right edge.
+    const auto segments = SegmentedMeter::segments(21, 10, 0, 0);
+    ASSERT_EQ(segments.size(), 3u);
+    EXPECT_EQ(segments.back().rect, QRectF(16, 0, 5, 10));
+    EXPECT_EQ(SegmentedMeter::segments(2, 10, 0, 0).front().rect, QRectF(0, 0, 5, 10));
+}
+
+TEST(SegmentedMeterTest, SegmentsAreLitForLevelAndPeak) {
+    struct Case {
+        const char* what;
+        double width;
+        float level;
+        float peak;
+        std::vector<int> lit;
+    };
+    const std::vector<Case> cases = {
+        {"silence", 485, 0.0f, 0.0f, {}},
+        {"half of 61 rounds 30.5 up", 485, 0.5f, 0.0f, range(0, 31)},
+        {"full scale lights all", 485, 1.0f, 0.0f, range(0, 61)},
+        {"above full scale as full", 485, 1.7f, 0.0f, range(0, 61)},
+        {"peak held above the bar", 485, 0.1f, 0.5f,
+         [] {
+             auto v = range(0, 6);  // 6.1 rounds to 6
+             v.push_back(30);       // 0.5 × 61 = 30.5, rounded down
+             return v;
+         }()},
+        {"peak at full scale is the last segment", 485, 0.0f, 1.0f, {60}},
+        {"peak inside the bar adds nothing", 485, 0.5f, 0.2f, range(0, 31)},
+        {"peak at 0.02 is dark", 485, 0.0f, 0.02f, {}},
+        {"peak just above 0.02", 485, 0.0f, 0.021f, {1}},
+        {"level rounds down below a half", 80, 0.04f, 0.0f, {}},
+        {"level rounds up at a half", 80, 0.05f, 0.0f, {0}},
+        {"one segment", 4, 1.0f, 1.0f, {0}},
+        {"negative level", 80, -0.5f, 0.0f, {}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(litIndices(SegmentedMeter::segments(c.width, 10, c.level, c.peak)), c.lit)
+            << c.what;
+    }
+}
+
+TEST(SegmentedMeterTest, LitColourFollowsThePlaceInTheBar) {
+    struct Case {
+        double width;
+        int index;
+        QColor color;
+    };
+    // 21 segments: p = i / 20, green up to 0.6, amber up to 0.85, red above.
+    const double width = 21 * 8 - 3;
+    const std::vector<Case> cases = {
+        {width, 0, Theme::meterGreen()},    {width, 12, Theme::meterGreen()},
+        {width, 13, Theme::consoleAmber()}, {width, 17, Theme::consoleAmber()},
+        {width, 18, Theme::signalRed()},    {width, 20, Theme::signalRed()},
+        {4, 0, Theme::meterGreen()},  // one segment: p is 0 even at full level
+    };
+    for (const auto& c : cases) {
+        const auto segments = SegmentedMeter::segments(c.width, 10, 1.0f, 0.0f);
+        EXPECT_EQ(segments.at(c.index).color, c.color) << "segment " << c.index;
+    }
+    const auto dark = SegmentedMeter::segments(width, 10, 0.0f, 0.0f);
+    EXPECT_EQ(dark.front().color, QColor::fromRgbF(1, 1, 1, 0.08f));
+}
+
+TEST(SegmentedMeterTest, PaintedBarShowsTheLitSegmentsAndTheLamp) {
+    ManualConsoleClock clock;
+    test::Host host(12);
+    SegmentedMeter* meter = host.hold(new SegmentedMeter);
+    meter->setClock(&clock);
+    meter->resize(21 * 8 - 3 + 8 + 7, 10);  // 21 segments, the gap and the lamp
+    EXPECT_EQ(meter->sizeHint().height(), 10);
+    meter->setLevel(0.99f);
+    const QImage image = host.painted();
+    const QRectF bar = meter->barRect();
+    ASSERT_EQ(bar, QRectF(0, 0, 165, 10));
+    ASSERT_EQ(SegmentedMeter::segmentCount(bar.width()), 21);
+    EXPECT_EQ(meter->lampRect(), QRectF(173, 1.5, 7, 7));
+    auto at = [&](const QImage& picture, int index) {
+        return picture.pixelColor(host.at(*meter, QPointF(index * 8 + 2.5, 5)));
+    };
+    EXPECT_TRUE(test::nearColor(at(image, 0), Theme::meterGreen()));
+    EXPECT_TRUE(test::nearColor(at(image, 15), Theme::consoleAmber()));
+    EXPECT_TRUE(test::nearColor(at(image, 20), Theme::signalRed()));
+    const QPointF lamp = meter->lampRect().center();
+    EXPECT_TRUE(test::nearColor(image.pixelColor(host.at(*meter, lamp)), Theme::signalRed()));
+    // The lamp's glow spills onto the panel beyond the widget, to the right and above.
+    EXPECT_GT(image.pixelColor(host.at(*meter, lamp + QPointF(6, 0))).alpha(), 10);
+    EXPECT_GT(image.pixelColor(host.at(*meter, lamp + QPointF(0, -6))).alpha(), 10);
+
+    meter->setLevel(0.0f);
+    clock.advance(SegmentedMeter::clipHold);
+    const QImage dark = host.painted();
+    EXPECT_TRUE(
+        test::nearColor(dark.pixelColor(host.at(*meter, lamp)), QColor(255, 255, 255, 26), 2));
+    EXPECT_EQ(dark.pixelColor(host.at(*meter, lamp + QPointF(6, 0))).alpha(), 0);
+    EXPECT_TRUE(test::nearColor(at(dark, 0), QColor(255, 255, 255, 20), 2));
+    // The peak still stands at the top segment, one fall below 0.99.
+    EXPECT_TRUE(test::nearColor(at(dark, 20), Theme::signalRed()));
+    EXPECT_TRUE(test::nearColor(at(dark, 19), QColor(255, 255, 255, 20), 2));
+}
+
+TEST(SegmentedMeterTest, PeakFallsByOneStepPerChangeOfLevel) {
+    struct Case {
+        const char* what;
+        std::vector<float> levels;
+        float peak;
+    };
+    const std::vector<Case> cases = {
+        {"rises with the level", {0.5f}, 0.5f},
+        {"one change below", {0.5f, 0.1f}, 0.47f},
+        {"three changes below", {0.5f, 0.1f, 0.2f, 0.1f}, 0.41f},
+        {"a louder level takes over", {0.5f, 0.1f, 0.8f}, 0.8f},
+        {"an equal value is no change", {0.5f, 0.1f, 0.1f, 0.1f}, 0.47f},
+        {"from 0.05 to silence drops to zero", {0.05f, 0.0f}, 0.0f},
+        {"silence above 0.04 keeps falling", {0.2f, 0.0f}, 0.17f},
+        {"a quiet level keeps the peak", {0.05f, 0.002f}, 0.02f},
+    };
+    for (const auto& c : cases) {
+        ManualConsoleClock clock;
+        SegmentedMeter meter;
+        meter.setClock(&clock);
+        for (const float level : c.levels) {
+            meter.setLevel(level);
+        }
+        EXPECT_NEAR(meter.peak(), c.peak, 1e-6) << c.what;
+        EXPECT_EQ(meter.level(), c.levels.back()) << c.what;
+    }
+}
+
+TEST(SegmentedMeterTest, ClipLampHoldsTwoAndAHalfSecondsAfterTheLastOverload) {
+    struct Event {
+        int atMs;
+        float level;
+    };
+    struct Case {
+        const char* what;
+        std::vector<Event> events;
+        int onUntilMs;  // the lamp is lit from the first overload until this time
+    };
+    const std::vector<Case> cases = {
+        {"exactly 0.98 clips", {{0, 0.98f}}, 2500},
+        {"a long overload holds from its last level",
+         {{0, 1.0f}, {100, 0.99f}, {1000, 1.2f}},
+         3500},
+        {"two overloads two seconds apart", {{0, 1.0f}, {2000, 0.98f}}, 4500},
+        {"quiet levels don't prolong", {{0, 1.0f}, {1000, 0.5f}, {2000, 0.2f}}, 2500},
+    };
+    for (const auto& c : cases) {
+        ManualConsoleClock clock;
+        SegmentedMeter meter;
+        meter.setClock(&clock);
+        QSignalSpy changes(&meter, &SegmentedMeter::clippedChanged);
+        int now = 0;
+        std::size_t next = 0;
+        // Walk in 10 ms steps and check the lamp at each.
+        for (; now <= c.onUntilMs + 500; now += 10) {
+            while (next < c.events.size() && c.events[next].atMs == now) {
+                meter.setLevel(c.events[next++].level);
+            }
+            EXPECT_EQ(meter.isClipped(), now < c.onUntilMs) << c.what << " at " << now << " ms";
+            clock.advance(milliseconds(10));
+        }
+        EXPECT_EQ(changes.size(), 2) << c.what;  // on once, off once
+    }
+    ManualConsoleClock clock;
+    SegmentedMeter meter;
+    meter.setClock(&clock);
+    meter.setLevel(0.9799f);
+    EXPECT_FALSE(meter.isClipped());
+}
+
+TEST(SegmentedMeterTest, AccessibilitySpeaksLevelPercentAndClipping) {
+    struct Case {
+        float level;
+        const char* value;
+    };
+    const std::vector<Case> cases = {
+        {0.0f, "0 percent"},
+        {0.257f, "25 percent"},  // cut, not rounded
+        {0.999f, "99 percent, clipping"},
+        {1.3f, "100 percent, clipping"},
+        {0.5f, "50 percent, clipping"},  // the lamp still holds
+    };
+    ManualConsoleClock clock;
+    SegmentedMeter meter;
+    meter.setClock(&clock);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&meter);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->text(QAccessible::Name), QString("Recording level"));
+    EXPECT_EQ(accessible->childCount(), 0);
+    for (const auto& c : cases) {
+        meter.setLevel(c.level);
+        EXPECT_EQ(accessible->text(QAccessible::Value), QString(c.value)) << c.level;
+    }
+    clock.advance(SegmentedMeter::clipHold);
+    EXPECT_EQ(accessible->text(QAccessible::Value), QString("50 percent"));
+}
+
+TEST(MasterLevelMeterTest, IsTheBarFedWithEveryValueUnchanged) {
+    ManualConsoleClock clock;
+    MasterLevelMeter master;
+    master.setClock(&clock);
+    const std::vector<float> levels = {0.3f, 0.3f, 0.123456f, 1.4f, 0.0f};
+    for (const float level : levels) {
+        master.setLevel(level);
+        EXPECT_EQ(master.level(), level);
+    }
+    EXPECT_NEAR(master.peak(), 1.37f, 1e-6);  // 1.4 then one fall
+    EXPECT_TRUE(master.isClipped());
+    auto* accessible = QAccessible::queryAccessibleInterface(&master);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->text(QAccessible::Name), QString("Recording level"));
+    EXPECT_EQ(accessible->text(QAccessible::Value), QString("0 percent, clipping"));
+}
+
+TEST(LevelMeterViewTest, BarIsLevelTimesWidthGradedToRedAndSilentForAssistiveTechnology) {
+    struct Case {
+        float level;
+        double lit;
+    };
+    const std::vector<Case> cases = {{0.0f, 0}, {0.25f, 50}, {1.0f, 200}, {2.0f, 200}, {-1.0f, 0}};
+    LevelMeterView view;
+    view.resize(200, LevelMeterView::barHeight);
+    for (const auto& c : cases) {
+        view.setLevel(c.level);
+        EXPECT_DOUBLE_EQ(view.litWidth(), c.lit) << c.level;
+    }
+    EXPECT_EQ(view.height(), 5);
+
+    view.setLevel(0.5f);
+    const QImage image = test::paintedAlone(view);
+    const QColor start = image.pixelColor(3, 2);
+    const QColor end = image.pixelColor(97, 2);
+    EXPECT_GT(start.green(), start.red());  // green at the start of the lit part
+    EXPECT_GT(end.red(), end.green());      // red at its tip, even halfway along the track
+    EXPECT_LT(image.pixelColor(150, 2).alpha(), 80);  // faint track beyond
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_TRUE(accessible->state().invisible);
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

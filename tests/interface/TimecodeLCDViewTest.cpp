@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QApplication>
+#include <QFontMetricsF>
+#include <cmath>
+
+#include "interface/ManualConsoleClock.h"
+#include "interface/Theme.h"
+#include "interface/TimecodeLCDView.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/WidgetImages.h"
+
+namespace bw {
+namespace {
+
+using std::chrono::milliseconds;
+
+// The brightest pixel of the digit line: the digits' own colour where they are solid.
+QColor brightest(const QImage& image) {
+    QColor best(0, 0, 0, 0);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (c.alpha() > best.alpha()) {
+                best = c;
+            }
+        }
+    }
+    return best;
+}
+
+int litPixels(const QImage& image, const QRect& area) {
+    int count = 0;
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x) {
+            count += image.pixelColor(x, y).alpha() > 0;
+        }
+    }
+    return count;
+}
+
+struct Rig {
+    ManualConsoleClock clock;
+    test::Host host{24};
+    TimecodeLCDView* lcd = host.hold(new TimecodeLCDView);
+
+    Rig() { lcd->setClock(&clock); }
+
+    // Lit pixels in the band of the host just left of the digits, outside the widget.
+    int litBeside() {
+        const QImage image = host.painted();
+        return litPixels(image, QRect(host.margin - 8, host.margin, 8, lcd->height()));
+    }
+};
+
+TEST(TimecodeLCDViewTest, StartsAtZeroUnlitWithoutGlow) {
+    Rig rig;
+    EXPECT_EQ(rig.lcd->formattedElapsed(), QString("0:00:00"));
+    EXPECT_EQ(rig.lcd->compactElapsed(), QString("00:00"));
+    EXPECT_FALSE(rig.lcd->isGlowing());
+    EXPECT_EQ(rig.lcd->digitColor(), Theme::withOpacity(Theme::consoleAmber(), 0.35));
+
+    const QImage image = rig.host.painted();
+    const QColor digit = brightest(image);
+    EXPECT_NEAR(digit.alpha(), 89, 3);  // amber at 0.35
+    EXPECT_TRUE(test::nearColor(QColor(digit.red(), digit.green(), digit.blue()),
+                                QColor(Theme::consoleAmber().rgb()), 3));
+    EXPECT_EQ(rig.litBeside(), 0);  // no glow
+}
+
+TEST(TimecodeLCDViewTest, RecordingLightsTheDigitsAndTheGlow) {
+    Rig rig;
+    rig.lcd->setRecording(true);
+    EXPECT_TRUE(rig.lcd->isGlowing());
+    EXPECT_EQ(rig.lcd->digitColor(), Theme::consoleAmber());
+    const QImage image = rig.host.painted();
+    const QColor digit = brightest(image);
+    EXPECT_EQ(digit.alpha(), 255);
+    EXPECT_TRUE(test::nearColor(digit, QColor(Theme::consoleAmber().rgb()), 3));
+    // The glow spreads past the widget onto the panel, faintly and in amber.
+    EXPECT_GT(rig.litBeside(), 40);
+    QColor halo(0, 0, 0, 0);
+    for (int y = 0; y < rig.lcd->height(); ++y) {
+        const QColor c = image.pixelColor(rig.host.margin - 3, rig.host.margin + y);
+        halo = c.alpha() > halo.alpha() ? c : halo;
+    }
+    EXPECT_GT(halo.alpha(), 0);
+    EXPECT_LT(halo.alpha(), 120);
+    EXPECT_GT(halo.red(), halo.blue());
+    // The widget is exactly the line of digits.
+    const QFontMetricsF metrics(Theme::timecodeFont());
+    EXPECT_EQ(rig.lcd->sizeHint().width(),
+              static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
+    rig.lcd->setRecording(false);
+    EXPECT_EQ(rig.litBeside(), 0);
+}
+
+TEST(TimecodeLCDViewTest, TextsShowAndSpeakTheTwoForms) {
+    struct Case {
+        QString formatted;
+        QString compact;
+    };
+    const std::vector<Case> cases = {{"0:12:34", "12:34"},
+                                     {"1:02:05", "1:02:05"},
+                                     {"100:00:00", "100:00:00"},
+                                     {"0:00:00", "00:00"}};
+    ManualConsoleClock clock;
+    TimecodeLCDView lcd;
+    lcd.setClock(&clock);
+    auto* accessible = QAccessible::queryAccessibleInterface(&lcd);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->text(QAccessible::Name), QString("Elapsed time"));
+    const int sevenCharacters = lcd.sizeHint().width();
+    for (const auto& c : cases) {
+        lcd.setFormattedElapsed(c.formatted);
+        lcd.setCompactElapsed(c.compact);
+        EXPECT_EQ(lcd.formattedElapsed(), c.formatted);
+        EXPECT_EQ(accessible->text(QAccessible::Value), c.compact);
+    }
+    lcd.setFormattedElapsed("100:00:00");
+    EXPECT_GT(lcd.sizeHint().width(), sevenCharacters);  // more hours, wider display
+}
+
+TEST(TimecodeLCDViewTest, ChangedDigitsRollUpIntoPlace) {
+    ManualConsoleClock clock;
+    TimecodeLCDView lcd;
+    lcd.setClock(&clock);
+    lcd.resize(lcd.sizeHint());
+    const QImage before = test::paintedAlone(lcd);
+
+    lcd.setFormattedElapsed("0:00:01");  // a new text rolls, the same one again doesn't restart
+    EXPECT_EQ(lcd.rollProgress(), 0.0);
+    clock.advance(milliseconds(60));
+    lcd.setFormattedElapsed("0:00:01");
+    EXPECT_GT(lcd.rollProgress(), 0.0);
+    clock.advance(milliseconds(90));
+    EXPECT_NEAR(lcd.rollProgress(), 0.5, 0.06);
+    const QImage midway = test::paintedAlone(lcd);
+    clock.advance(milliseconds(300));
+    EXPECT_EQ(lcd.rollProgress(), 1.0);
+    EXPECT_FALSE(clock.framePending());
+    const QImage after = test::paintedAlone(lcd);
+
+    // Only the last digit's column changes; the others stand still throughout.
+    const QFontMetricsF metrics(lcd.font());
+    const int advance = static_cast<int>(metrics.horizontalAdvance(QLatin1Char('0')));
+    const QRect still(0, 0, advance * 6 - 1, lcd.height());
+    const QRect last(advance * 6 + 1, 0, advance - 2, lcd.height());
+    auto same = [](const QImage& a, const QImage& b, const QRect& area) {
+        return a.copy(area) == b.copy(area);
+    };
+    EXPECT_TRUE(same(before, midway, still));
+    EXPECT_TRUE(same(before, after, still));
+    EXPECT_FALSE(same(before, after, last));
+    EXPECT_FALSE(same(midway, after, last));
+    EXPECT_FALSE(same(midway, before, last));
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
