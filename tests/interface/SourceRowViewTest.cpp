@@ -1,0 +1,257 @@
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QEnterEvent>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+
+#include "interface/ArmIndicator.h"
+#include "interface/ChannelFader.h"
+#include "interface/SourceRowView.h"
+#include "interface/Theme.h"
+#include "tests/app/QtTestSupport.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/ViewRig.h"
+
+namespace bw {
+namespace {
+
+using test::pumpUntil;
+
+std::unique_ptr<SourceRowView> makeRow(test::ViewRig& rig, const RecordingSource& source) {
+    auto row = std::make_unique<SourceRowView>(*rig.state, rig.icons, rig.tracker, source);
+    row->lamp()->setClock(&rig.consoleClock);
+    row->fader()->setClock(&rig.consoleClock);
+    row->resize(520, 40);
+    return row;
+}
+
+void hover(QWidget& widget, bool inside) {
+    if (inside) {
+        QEnterEvent enter(QPointF(5, 5), QPointF(5, 5), QPointF(5, 5));
+        QApplication::sendEvent(&widget, &enter);
+    } else {
+        QEvent leave(QEvent::Leave);
+        QApplication::sendEvent(&widget, &leave);
+    }
+}
+
+TEST(SourceRowViewTest, EachKindShowsItsNameIconBadgeAndStoredVolume) {
+    struct Case {
+        const char* what;
+        std::function<RecordingSource(test::ViewRig&)> source;
+        float storedVolume;  // negative: none stored
+        QString name;
+        QString symbol;  // empty: the application's own icon
+        bool badge;
+        QString percentage;
+    };
+    const std::vector<Case> cases = {
+        {"system audio", [](auto& r) { return r.state->systemSource(); }, -1, "System Audio",
+         "macbook", false, "100%"},
+        {"playing app with icon", [](auto& r) { return r.app(0); }, 0.5f, "Player", "", true,
+         "50%"},
+        {"silent app without icon", [](auto& r) { return r.app(1); }, 1.5f, "Notes", "app.dashed",
+         false, "150%"},
+        {"microphone, always active", [](auto& r) { return r.state->micSources()[0]; }, 0.0f,
+         "USB Mic", "mic.fill", false, "0%"},
+    };
+    for (const auto& c : cases) {
+        test::ViewRig rig;
+        rig.listSome();
+        const RecordingSource source = c.source(rig);
+        if (c.storedVolume >= 0) {
+            rig.state->setVolume(source, c.storedVolume);
+        }
+        auto row = makeRow(rig, source);
+        EXPECT_EQ(row->nameLabel()->text(), c.name) << c.what;
+        EXPECT_EQ(row->tickArea()->accessibleName(), "Record " + c.name) << c.what;
+        EXPECT_EQ(row->fader()->accessibleName(), c.name + " volume") << c.what;
+        EXPECT_EQ(row->playingBadge()->isVisibleTo(row.get()), c.badge) << c.what;
+        EXPECT_FLOAT_EQ(row->displayedVolume(), rig.state->volume(source.id)) << c.what;
+        EXPECT_FLOAT_EQ(row->fader()->value(), rig.state->volume(source.id)) << c.what;
+        EXPECT_EQ(row->percentageLabel()->text(), c.percentage) << c.what;
+        EXPECT_EQ(row->fader()->sourceID().toStdString(), source.id) << c.what;
+        ASSERT_TRUE(pumpUntil([&] { return row->iconSymbol() == c.symbol; }))
+            << c.what << ": " << row->iconSymbol().toStdString();
+        // Not ticked: lamp out, no fader.
+        EXPECT_FALSE(row->lamp()->isArmed()) << c.what;
+        EXPECT_FALSE(row->volumeArea()->isVisibleTo(row.get())) << c.what;
+    }
+}
+
+TEST(SourceRowViewTest, IconKeyIsIdAndNameForApplicationsOnly) {
+    test::ViewRig rig;
+    rig.listSome();
+    EXPECT_EQ(makeRow(rig, rig.app(0))->iconKey(), "app:org.example.Player|Player");
+    EXPECT_EQ(makeRow(rig, rig.state->systemSource())->iconKey(), "");
+    EXPECT_EQ(makeRow(rig, rig.state->micSources()[0])->iconKey(), "");
+
+    // A rename changes the key, and the icon follows the new load.
+    auto row = makeRow(rig, rig.app(1));
+    ASSERT_TRUE(pumpUntil([&] { return !rig.icons.isLoading(row->iconKey()); }));
+    EXPECT_FALSE(row->appIcon().has_value());
+    RecordingSource renamed = rig.app(1);
+    renamed.name = "Notes 2";
+    row->setSource(renamed);
+    EXPECT_EQ(row->iconKey(), "app:org.example.Notes|Notes 2");
+    EXPECT_EQ(row->nameLabel()->text(), "Notes 2");
+    EXPECT_EQ(row->iconSymbol(), "app.dashed");
+}
+
+TEST(SourceRowViewTest, PercentageRoundsToTheNearestWholeNumber) {
+    const std::vector<std::pair<float, QString>> cases = {
+        {1.0f, "100%"}, {1.234f, "123%"}, {1.236f, "124%"}, {1.5f, "150%"},
+        {0.0f, "0%"},   {0.004f, "0%"},   {0.006f, "1%"},
+    };
+    for (const auto& [volume, text] : cases) {
+        EXPECT_EQ(SourceRowView::percentageText(volume), text) << volume;
+    }
+}
+
+TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
+    test::ViewRig rig;
+    rig.listSome();
+    auto row = makeRow(rig, rig.app(0));
+    row->show();
+    QSignalSpy selection(rig.state.get(), &AppState::selectedSourceIDsChanged);
+
+    // The click lands on the free space right of the name: the whole area is the box.
+    QAbstractButton* tick = row->tickArea();
+    QTest::mouseClick(tick, Qt::LeftButton, {}, QPoint(tick->width() - 4, tick->height() / 2));
+    EXPECT_EQ(selection.count(), 1);
+    EXPECT_TRUE(rig.state->selectedSourceIDs().contains("app:org.example.Player"));
+    EXPECT_TRUE(row->isSelected());
+    EXPECT_TRUE(row->lamp()->isArmed());
+    EXPECT_TRUE(tick->isChecked());
+    EXPECT_TRUE(row->volumeArea()->isVisible());
+    EXPECT_EQ(row->fillColor(), Theme::withOpacity(Theme::accent(), 0.08));
+    EXPECT_EQ(row->nameLabel()->palette().color(QPalette::WindowText),
+              Theme::primary(row->palette()));
+
+    QTest::mouseClick(tick, Qt::LeftButton, {}, QPoint(4, tick->height() / 2));
+    EXPECT_EQ(selection.count(), 2);
+    EXPECT_TRUE(rig.state->selectedSourceIDs().empty());
+    EXPECT_FALSE(row->lamp()->isArmed());
+    EXPECT_FALSE(row->volumeArea()->isVisible());
+    EXPECT_EQ(row->nameLabel()->palette().color(QPalette::WindowText),
+              Theme::secondary(row->palette()));
+
+    // A tick from elsewhere (System Audio unticks applications) reaches the row too.
+    rig.tick({"app:org.example.Player"});
+    EXPECT_TRUE(row->lamp()->isArmed());
+    rig.tick({"system"});
+    EXPECT_FALSE(row->lamp()->isArmed());
+}
+
+TEST(SourceRowViewTest, FaderMovesReachSetVolumeAtEveryChange) {
+    test::ViewRig rig;
+    rig.listSome();
+    rig.tick({"app:org.example.Player"});
+    auto row = makeRow(rig, rig.app(0));
+    row->show();
+    ChannelFader* fader = row->fader();
+
+    fader->decrement();
+    EXPECT_FLOAT_EQ(rig.state->volume("app:org.example.Player"), 0.9f);
+    EXPECT_FLOAT_EQ(row->displayedVolume(), 0.9f);
+    EXPECT_EQ(row->percentageLabel()->text(), "90%");
+
+    // A press at the track's left end is silence, the right end the top of the range.
+    const QRectF track = fader->trackRect();
+    QTest::mousePress(fader, Qt::LeftButton, {}, QPoint(int(track.left()), fader->height() / 2));
+    QTest::mouseRelease(fader, Qt::LeftButton, {}, QPoint(int(track.left()), 7));
+    EXPECT_FLOAT_EQ(rig.state->volume("app:org.example.Player"), 0.0f);
+    EXPECT_EQ(row->percentageLabel()->text(), "0%");
+    QTest::mousePress(fader, Qt::LeftButton, {},
+                      QPoint(int(track.right()) + 2, fader->height() / 2));
+    QTest::mouseRelease(fader, Qt::LeftButton, {}, QPoint(int(track.right()) + 2, 7));
+    EXPECT_FLOAT_EQ(rig.state->volume("app:org.example.Player"), 1.5f);
+    EXPECT_EQ(row->percentageLabel()->text(), "150%");
+}
+
+TEST(SourceRowViewTest, HoverFillAndPlaceholderFollowSelectionAndRecording) {
+    test::ViewRig rig;
+    rig.listSome();
+    auto unticked = makeRow(rig, rig.app(1));
+    auto ticked = makeRow(rig, rig.app(0));
+    rig.tick({"app:org.example.Player"});
+    unticked->show();
+    ticked->show();
+    const QColor hoverFill = Theme::withOpacity(Theme::primary(unticked->palette()), 0.04);
+
+    EXPECT_EQ(unticked->fillColor().alpha(), 0);
+    EXPECT_FALSE(unticked->placeholder()->isVisible());
+    hover(*unticked, true);
+    EXPECT_TRUE(unticked->isHovering());
+    EXPECT_EQ(unticked->fillColor(), hoverFill);
+    EXPECT_TRUE(unticked->placeholder()->isVisible());
+    EXPECT_FALSE(unticked->volumeArea()->isVisible());
+    hover(*unticked, false);
+    EXPECT_EQ(unticked->fillColor().alpha(), 0);
+    EXPECT_FALSE(unticked->placeholder()->isVisible());
+
+    // The ticked row's fill outranks hovering, and it shows no placeholder.
+    hover(*ticked, true);
+    EXPECT_EQ(ticked->fillColor(), Theme::withOpacity(Theme::accent(), 0.08));
+    EXPECT_FALSE(ticked->placeholder()->isVisible());
+    EXPECT_TRUE(ticked->volumeArea()->isVisible());
+
+    rig.state->toggleRecording();
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+    hover(*unticked, true);
+    EXPECT_EQ(unticked->fillColor().alpha(), 0);
+    EXPECT_FALSE(unticked->placeholder()->isVisible());
+    EXPECT_TRUE(ticked->lamp()->isRecording());
+}
+
+TEST(SourceRowViewTest, DuringARecordingTheTickIsFrozenAndTheFaderStaysLive) {
+    test::ViewRig rig;
+    rig.listSome();
+    rig.tick({"app:org.example.Player"});
+    auto ticked = makeRow(rig, rig.app(0));
+    auto unticked = makeRow(rig, rig.app(1));
+    ticked->show();
+    unticked->show();
+    rig.state->toggleRecording();
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+
+    struct Case {
+        SourceRowView* row;
+        bool selectedAfter;
+    };
+    for (const Case& c : {Case{ticked.get(), true}, Case{unticked.get(), false}}) {
+        EXPECT_FALSE(c.row->tickArea()->isEnabled());
+        QTest::mouseClick(c.row->tickArea(), Qt::LeftButton);
+        EXPECT_EQ(c.row->isSelected(), c.selectedAfter);
+    }
+    EXPECT_TRUE(ticked->fader()->isEnabled());
+    ticked->fader()->increment();
+    ASSERT_FALSE(rig.engines.last().volumeChanges.empty());
+    EXPECT_EQ(rig.engines.last().volumeChanges.back().first, "app:org.example.Player");
+    EXPECT_FLOAT_EQ(rig.engines.last().volumeChanges.back().second, 1.1f);
+
+    rig.state->toggleRecording();
+    ASSERT_TRUE(pumpUntil([&] { return !rig.state->isBusy(); }));
+    EXPECT_TRUE(ticked->tickArea()->isEnabled());
+}
+
+TEST(SourceRowViewTest, LevelStreamOfTheSourceLightsItsFader) {
+    test::ViewRig rig;
+    rig.listSome();
+    auto row = makeRow(rig, rig.app(0));
+    rig.tracker.update({{"app:org.example.Player", 0.6f}, {"app:org.example.Notes", 0.9f}});
+    EXPECT_FLOAT_EQ(row->fader()->currentLevel(), 0.6f);
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
