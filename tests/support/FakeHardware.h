@@ -69,7 +69,7 @@ public:
     /// Adds a device to `kAudioHardwarePropertyDevices` with its UID, name, nominal sample rate,
     /// stream formats (`kAudioDevicePropertyStreamFormat` in the input and output scopes) and, for
     /// an input side, one stream object in `kAudioDevicePropertyStreams` (input scope).
-    AudioObjectID addDevice(const DeviceSpec& spec);
+    AudioObjectID addDevice(const DeviceSpec& device);
     void removeDevice(AudioObjectID device);
     void setDefaultOutputDevice(AudioObjectID device);
     void setDefaultInputDevice(AudioObjectID device);
