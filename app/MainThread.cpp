@@ -4,6 +4,7 @@
 #include <QMetaObject>
 #include <QObject>
 #include <QThread>
+#include <atomic>
 #include <deque>
 #include <mutex>
 
@@ -48,16 +49,19 @@ private:
     std::deque<std::function<void()>> queue_;
 };
 
-Mailbox* mailbox() {
-    auto* app = QCoreApplication::instance();
-    if (!app) {
-        return nullptr;
-    }
-    static auto* box = new Mailbox(app->thread());  // lives to the end of the process
-    return box;
+// Made on the main thread when the application object is made, so that every thread that posts
+// later sees a finished object.
+std::atomic<Mailbox*> gMailbox{nullptr};
+
+void createMailbox() {
+    gMailbox.store(new Mailbox(QCoreApplication::instance()->thread()));  // lives to the end
 }
 
+Mailbox* mailbox() { return gMailbox.load(); }
+
 }  // namespace
+
+Q_COREAPP_STARTUP_FUNCTION(createMailbox)
 
 bool MainThread::isCurrent() {
     auto* app = QCoreApplication::instance();
