@@ -8,6 +8,7 @@
 #include "interface/ChannelFader.h"
 #include "interface/LevelMeterView.h"
 #include "interface/SegmentedMeter.h"
+#include "interface/SymbolView.h"
 #include "interface/TimecodeLCDView.h"
 
 namespace bw {
@@ -82,7 +83,8 @@ QAccessibleInterface* consoleFactory(const QString& className, QObject* object) 
         return new ConsoleAccessibleWidget(widget, QAccessible::StaticText, Kind::plain);
     }
     if (is(className, ArmIndicator::staticMetaObject) ||
-        is(className, LevelMeterView::staticMetaObject)) {
+        is(className, LevelMeterView::staticMetaObject) ||
+        is(className, SymbolView::staticMetaObject)) {
         return new ConsoleAccessibleWidget(widget, QAccessible::Graphic, Kind::hidden);
     }
     return nullptr;

@@ -9,8 +9,8 @@ namespace bw {
 /// A widget without platform chrome has no value or actions of its own in Qt; `install` adds an
 /// accessible interface for each console widget: its role, the value text from its
 /// `accessibleValue` property, the increase and decrease actions of the fader (its `increment`
-/// and `decrement`), and the hidden state of purely decorative lamps and bars. Names stay the
-/// widgets' own `accessibleName`. GUI thread only.
+/// and `decrement`), and the hidden state of purely decorative lamps, bars and symbols. Names stay
+/// the widgets' own `accessibleName`. GUI thread only.
 class ConsoleAccessibility {
 public:
     ConsoleAccessibility() = delete;

@@ -162,6 +162,19 @@ std::map<QString, QPainterPath> buildTable() {
     table["magnifyingglass"] =
         ring({10, 10}, 6.2, 2.0).united(stroked(segment({14.8, 14.8}, {20.6, 20.6}), 2.6));
 
+    // Eight teeth around a wheel with a hole in its hub.
+    QPainterPath gear = disc({12, 12}, 7.4);
+    for (int tooth = 0; tooth < 8; ++tooth) {
+        QTransform turn;
+        turn.translate(12, 12);
+        turn.rotate(45.0 * tooth);
+        gear = gear.united(turn.map(roundedRect(QRectF(-1.9, -10.8, 3.8, 5.0), 0.9)));
+    }
+    table["gear"] = gear.subtracted(disc({12, 12}, 3.3));
+
+    QPainterPath info = ring({12, 12}, 9.9, 1.7).united(disc({12, 7.6}, 1.35));
+    table["info.circle"] = info.united(roundedRect(QRectF(11.05, 10.4, 1.9, 7.4), 0.9));
+
     table["waveform"] = waveformBars();
     table["waveform.circle.fill"] = cutOutOfDisc(shrunk(waveformBars(), 0.62));
 

@@ -13,6 +13,10 @@ namespace {
 constexpr int kCaptionSize = 10;
 constexpr int kCaption2Size = 10;
 constexpr int kCalloutSize = 12;
+constexpr int kBodySize = 13;
+constexpr int kTitle3Size = 15;
+constexpr int kTitle2Size = 17;
+constexpr int kLargeTitleSize = 26;
 
 QFont sized(QFont font, int pixels, QFont::Weight weight) {
     font.setPixelSize(pixels);
@@ -98,6 +102,34 @@ QFont Theme::percentageFont() {
 
 QFont Theme::badgeFont() {
     return sized(baseFont(), kCaption2Size, QFont::Normal);
+}
+
+QFont Theme::largeTitleFont(QFont::Weight weight) {
+    return sized(baseFont(), kLargeTitleSize, weight);
+}
+
+QFont Theme::title2Font(QFont::Weight weight) {
+    return sized(baseFont(), kTitle2Size, weight);
+}
+
+QFont Theme::title3Font(QFont::Weight weight) {
+    return sized(baseFont(), kTitle3Size, weight);
+}
+
+QFont Theme::headlineFont() {
+    return sized(baseFont(), kBodySize, QFont::DemiBold);
+}
+
+QFont Theme::bodyFont() {
+    return sized(baseFont(), kBodySize, QFont::Normal);
+}
+
+QFont Theme::calloutFont() {
+    return sized(baseFont(), kCalloutSize, QFont::Normal);
+}
+
+QFont Theme::captionFont() {
+    return sized(baseFont(), kCaptionSize, QFont::Normal);
 }
 
 double Theme::easeOut(double t) {

@@ -66,6 +66,22 @@ public:
     /// Speaker badge of a row: caption2.
     static QFont badgeFont();
 
+    // The text styles of the windows around the console: walkthrough, help, settings, About.
+    /// Large title, 26: the heading of a walkthrough step.
+    static QFont largeTitleFont(QFont::Weight weight = QFont::Normal);
+    /// Second title, 17.
+    static QFont title2Font(QFont::Weight weight = QFont::Normal);
+    /// Third title, 15: body texts of the walkthrough, the help's heading.
+    static QFont title3Font(QFont::Weight weight = QFont::Normal);
+    /// Headline, 13 semibold: titles of numbered rows and questions.
+    static QFont headlineFont();
+    /// Body, 13.
+    static QFont bodyFont();
+    /// Callout, 12.
+    static QFont calloutFont();
+    /// Caption, 10.
+    static QFont captionFont();
+
     // Motion vocabulary.
     /// The knob's snap into the unity detent.
     static Spring detentSnap() { return {0.15, 0.8, 0.25}; }

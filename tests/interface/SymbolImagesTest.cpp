@@ -15,7 +15,9 @@ const QStringList kNamesInUse = {"app.dashed",
                                  "checkmark.circle.fill",
                                  "exclamationmark.triangle.fill",
                                  "folder",
+                                 "gear",
                                  "headphones",
+                                 "info.circle",
                                  "macbook",
                                  "magnifyingglass",
                                  "mic.fill",
@@ -87,6 +89,10 @@ TEST(SymbolImagesTest, FilledSymbolsCutTheirGlyphOutOfTheShape) {
         {"magnifyingglass", {10, 10}, false},
         {"waveform.circle.fill", {12, 12}, false},
         {"waveform.circle.fill", {12, 2}, true},
+        {"gear", {12, 12}, false},  // the hub's hole
+        {"gear", {12, 7}, true},
+        {"info.circle", {12, 12}, true},  // the stem
+        {"info.circle", {7, 12}, false},  // between stem and ring
     };
     for (const auto& c : cases) {
         EXPECT_EQ(inked(drawn(c.name, 96), c.point), c.ink)
