@@ -1,0 +1,22 @@
+#include <QApplication>
+
+#include "app/shell/ApplicationIcon.h"
+#include "app/shell/BrightwaveRecordApp.h"
+#include "app/shell/TerminationSignals.h"
+
+int main(int argc, char* argv[]) {
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("BrightwaveRecord"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Brightwave Record"));
+    QApplication::setDesktopFileName(QString::fromLatin1(bw::ApplicationIcon::kName));
+    QApplication::setWindowIcon(bw::ApplicationIcon::icon());
+    // The application object decides what closing the last window means.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    bw::BrightwaveRecordApp app(bw::BrightwaveRecordApp::system());
+    bw::TerminationSignals stopSignals;
+    QObject::connect(&stopSignals, &bw::TerminationSignals::received, &app,
+                     &bw::BrightwaveRecordApp::requestTermination);
+    app.openWindow(QStringLiteral("main"));
+    return QApplication::exec();
+}

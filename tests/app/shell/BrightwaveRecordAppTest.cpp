@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QMenu>
+#include <QTest>
+
+#include <QPushButton>
+#include "app/shell/HelpMenuButton.h"
+#include "app/shell/RecordingMenuBarView.h"
+#include "interface/ContentView.h"
+#include "interface/RecordButton.h"
+#include "tests/app/shell/ShellRig.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+
+namespace bw::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(BrightwaveRecordAppTest, TheFirstLaunchOpensTheWalkthroughOverTheMainWindowOnlyOnce) {
+    ShellRig rig;
+    rig.app->openWindow(QStringLiteral("main"));
+    ASSERT_NE(rig.app->window(QStringLiteral("onboarding")), nullptr);
+    EXPECT_EQ(rig.app->window(QStringLiteral("onboarding"))->windowTitle(),
+              QStringLiteral("Welcome to Brightwave Record"));
+    EXPECT_EQ(rig.main()->size(), MainWindow::kDefaultSize);
+
+    // The walkthrough marks itself done when it goes, however it goes.
+    rig.state->markOnboardingCompleted();
+    rig.app->window(QStringLiteral("onboarding"))->close();
+    rig.main()->close();
+    ASSERT_TRUE(pumpUntil([&] { return rig.terminations == 1; }));
+
+    ShellRig nextLaunch;
+    nextLaunch.defaults->setValue(AppState::kHasCompletedOnboardingKey, true);
+    nextLaunch.app->openWindow(QStringLiteral("main"));
+    EXPECT_EQ(nextLaunch.app->window(QStringLiteral("onboarding")), nullptr);
+}
+
+TEST(BrightwaveRecordAppTest, EachWindowOpensOnceWithItsTitleAndFollowsItsContentsSize) {
+    ShellRig rig;
+    rig.launch();
+    const struct {
+        const char* id;
+        const char* title;
+    } cases[] = {{"help", "Brightwave Record Help"},
+                 {"onboarding", "Welcome to Brightwave Record"},
+                 {"settings", "Settings"}};
+    for (const auto& c : cases) {
+        const QString id = QString::fromLatin1(c.id);
+        rig.app->openWindow(id);
+        rig.app->openWindow(id);
+        QWidget* window = rig.app->window(id);
+        ASSERT_NE(window, nullptr) << c.id;
+        EXPECT_TRUE(window->isWindow() && window->isVisible()) << c.id;
+        EXPECT_EQ(window->windowTitle(), QString::fromLatin1(c.title));
+        EXPECT_EQ(std::count(rig.madeScenes.begin(), rig.madeScenes.end(), id), 1) << c.id;
+    }
+    EXPECT_EQ(rig.app->window(QStringLiteral("help"))->size(), QSize(320, 200));
+    rig.app->openWindow(QStringLiteral("main"));
+    EXPECT_EQ(rig.app->window(QStringLiteral("unknown")), nullptr);
+}
+
+TEST(BrightwaveRecordAppTest, HelpMenuItemsOpenHelpAndTheWalkthrough) {
+    ShellRig rig;
+    rig.launch();
+    HelpMenuButton* help = rig.main()->helpMenu();
+    EXPECT_EQ(help->helpAction()->text(), QStringLiteral("Brightwave Record Help"));
+    EXPECT_EQ(help->helpAction()->shortcut(), QKeySequence(QStringLiteral("Ctrl+?")));
+    help->helpAction()->trigger();
+    EXPECT_NE(rig.app->window(QStringLiteral("help")), nullptr);
+    EXPECT_EQ(help->welcomeTourAction()->text(), QStringLiteral("Welcome Tour…"));
+    help->welcomeTourAction()->trigger();
+    EXPECT_NE(rig.app->window(QStringLiteral("onboarding")), nullptr);
+    rig.main()->settingsAction()->trigger();
+    EXPECT_NE(rig.app->window(QStringLiteral("settings")), nullptr);
+}
+
+TEST(BrightwaveRecordAppTest, CheckForUpdatesFollowsWhetherACheckCanStart) {
+    ShellRig rig;
+    rig.launch();
+    QAction* check = rig.main()->checkForUpdatesAction();
+    EXPECT_EQ(check->text(), QStringLiteral("Check for Updates…"));
+    EXPECT_EQ(check->isEnabled(), rig.updater.canCheckForUpdates());
+    UpdaterService withoutFeed{QUrl(), QStringLiteral("1.0")};
+    MainWindow::Services services;
+    services.state = rig.state.get();
+    services.icons = &rig.icons;
+    services.levels = &rig.tracker;
+    services.timer = &rig.timer;
+    services.updater = &withoutFeed;
+    services.clock = &rig.consoleClock;
+    services.openWindow = [](const QString&) {};
+    services.quit = [] {};
+    MainWindow window(services);
+    EXPECT_FALSE(window.checkForUpdatesAction()->isEnabled());
+}
+
+TEST(BrightwaveRecordAppTest, TheRecordCommandNamesStopOnlyWhileRecordingAndIgnoresOtherStates) {
+    ShellRig rig;
+    rig.launch();
+    QAction* record = rig.main()->recordAction();
+    EXPECT_EQ(record->shortcut(), QKeySequence(QStringLiteral("Ctrl+R")));
+    EXPECT_EQ(record->text(), QStringLiteral("Start Recording"));
+
+    rig.startRecordingPlayer([](FakeRecordingEngine& engine) {
+        engine.holdStart = true;
+        engine.holdStop = true;
+    });
+    ASSERT_TRUE(pumpUntil([&] { return !rig.engines.made.empty(); }));
+    EXPECT_EQ(record->text(), QStringLiteral("Start Recording")) << "starting";
+    EXPECT_TRUE(record->isEnabled());
+    record->trigger();
+    rig.engines.last().finishStart();
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+    EXPECT_EQ(rig.engines.made.size(), 1u);
+    EXPECT_EQ(record->text(), QStringLiteral("Stop Recording"));
+
+    record->trigger();
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isStoppingRecording(); }));
+    EXPECT_EQ(record->text(), QStringLiteral("Start Recording")) << "stopping";
+    record->trigger();
+    rig.engines.last().finishStop();
+    ASSERT_TRUE(pumpUntil([&] { return !rig.state->isBusy(); }));
+    EXPECT_EQ(rig.engines.last().stopCalls, 1);
+    EXPECT_EQ(rig.engines.made.size(), 1u);
+}
+
+TEST(BrightwaveRecordAppTest, CtrlRWithNothingTickedDoesNothingAndShowsNothing) {
+    ShellRig rig;
+    rig.launch();
+    rig.listSome();
+    QTest::keyClick(rig.main(), Qt::Key_R, Qt::ControlModifier);
+    pumpFor(20);
+    EXPECT_TRUE(rig.engines.made.empty());
+    EXPECT_FALSE(rig.state->showSelectionHint());
+    EXPECT_FALSE(rig.state->errorMessage().has_value());
+
+    rig.tick({"app:org.example.Player"});
+    QTest::keyClick(rig.main(), Qt::Key_R, Qt::ControlModifier);
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+}
+
+// What closing the last window does in each state, and how a quit ends in each.
+TEST(BrightwaveRecordAppTest, ClosingTheLastWindowEndsTheProgramOnlyWhenNotRecording) {
+    const struct {
+        const char* state;
+        bool holdStart;
+        bool ends;
+    } cases[] = {{"idle", false, true}, {"starting", true, false}, {"recording", false, false}};
+    for (const auto& c : cases) {
+        ShellRig rig;
+        rig.launch();
+        rig.app->openWindow(QStringLiteral("help"));
+        if (std::string(c.state) != "idle") {
+            rig.startRecordingPlayer([&](FakeRecordingEngine& e) { e.holdStart = c.holdStart; });
+            ASSERT_TRUE(pumpUntil([&] { return !rig.engines.made.empty(); }));
+        }
+        rig.main()->close();
+        pumpFor(20);
+        EXPECT_EQ(rig.terminations, 0) << c.state << ": the help window is still open";
+        rig.app->window(QStringLiteral("help"))->close();
+        pumpFor(20);
+        EXPECT_EQ(rig.terminations, c.ends ? 1 : 0) << c.state;
+        EXPECT_EQ(rig.trayShown(), std::string(c.state) == "recording") << c.state;
+    }
+}
+
+TEST(BrightwaveRecordAppTest, ARecordingThatEndsWithEveryWindowClosedEndsTheProgramAfterItsFile) {
+    ShellRig rig;
+    rig.launch();
+    rig.startRecordingPlayer([](FakeRecordingEngine& engine) { engine.holdStop = true; });
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayShown(); }));
+    rig.main()->close();
+    pumpFor(20);
+    rig.app->menuBarExtra()->openPanel({5, 5});
+    rig.app->menuBarExtra()->panel()->stopButton()->click();
+    pumpFor(20);
+    EXPECT_EQ(rig.terminations, 0) << "the file isn't finished yet";
+    rig.engines.last().finishStop();
+    ASSERT_TRUE(pumpUntil([&] { return rig.terminations == 1; }));
+    EXPECT_TRUE(rig.state->lastRecordingURL().has_value());
+}
+
+TEST(BrightwaveRecordAppTest, QuitWhileIdleEndsAtOnce) {
+    ShellRig rig;
+    rig.launch();
+    rig.main()->quitAction()->trigger();
+    EXPECT_EQ(rig.terminations, 1);
+}
+
+TEST(BrightwaveRecordAppTest, QuitDuringARecordingFinishesTheFileFirstAndAsksNothing) {
+    const struct {
+        const char* state;
+        bool holdStart;
+        bool stopFirst;
+    } cases[] = {{"starting", true, false}, {"recording", false, false}, {"stopping", false, true}};
+    for (const auto& c : cases) {
+        ShellRig rig;
+        rig.launch();
+        rig.startRecordingPlayer([&](FakeRecordingEngine& engine) {
+            engine.holdStart = c.holdStart;
+            engine.holdStop = true;
+        });
+        ASSERT_TRUE(pumpUntil([&] { return !rig.engines.made.empty(); }));
+        if (!c.holdStart) {
+            ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+        }
+        if (c.stopFirst) {
+            rig.state->toggleRecording();
+            ASSERT_TRUE(pumpUntil([&] { return rig.state->isStoppingRecording(); }));
+        }
+        rig.main()->quitAction()->trigger();
+        rig.main()->quitAction()->trigger();
+        if (c.holdStart) {
+            rig.engines.last().finishStart();
+        }
+        // Step the termination's polling until the stop has been asked for.
+        ASSERT_TRUE(pumpUntil([&] {
+            rig.clock->advance(10ms);
+            return rig.engines.last().stopCalls == 1;
+        })) << c.state;
+        pumpFor(20);
+        EXPECT_EQ(rig.terminations, 0) << c.state << ": still writing";
+        rig.engines.last().finishStop();
+        ASSERT_TRUE(pumpUntil([&] { return rig.terminations == 1; })) << c.state;
+        EXPECT_TRUE(rig.state->lastRecordingURL().has_value()) << c.state;
+        EXPECT_FALSE(rig.state->isBusy());
+        EXPECT_EQ(rig.engines.last().stopCalls, 1) << c.state;
+    }
+}
+
+}  // namespace
+}  // namespace bw::test
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

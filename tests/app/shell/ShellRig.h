@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QLabel>
+#include <QSystemTrayIcon>
+
+#include "app/UpdaterService.h"
+#include "app/shell/BrightwaveRecordApp.h"
+#include "app/shell/MainWindow.h"
+#include "app/shell/MenuBarExtra.h"
+#include "tests/app/QtTestSupport.h"
+#include "tests/interface/ViewRig.h"
+
+namespace bw::test {
+
+/// The application object on the fake state of `ViewRig`, with stand-in content for the
+/// secondary windows and a `terminate` that only counts.
+struct ShellRig : ViewRig {
+    // Nothing listens on this port; no test here starts a check.
+    UpdaterService updater{QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")),
+                           QStringLiteral("1.0")};
+    int terminations = 0;
+    std::vector<QString> madeScenes;
+    std::unique_ptr<BrightwaveRecordApp> app;
+
+    ShellRig() {
+        BrightwaveRecordApp::Dependencies d;
+        d.state = state.get();
+        d.timer = &timer;
+        d.levels = &tracker;
+        d.icons = &icons;
+        d.updater = &updater;
+        d.clock = &consoleClock;
+        d.makeSceneContent = [this](const QString& id) -> QWidget* {
+            madeScenes.push_back(id);
+            auto* content = new QLabel(id);
+            content->setFixedSize(320, 200);
+            return content;
+        };
+        d.terminate = [this] { ++terminations; };
+        app = std::make_unique<BrightwaveRecordApp>(std::move(d));
+    }
+
+    MainWindow* main() const { return app->mainWindow(); }
+    bool trayShown() const { return app->menuBarExtra()->isInserted(); }
+
+    /// Opens the main window as at launch, with the walkthrough already done.
+    void launch() {
+        state->markOnboardingCompleted();
+        app->openWindow(QStringLiteral("main"));
+    }
+
+    /// Ticks the listed player and starts, the engine's start and stop as `script` holds them.
+    void startRecordingPlayer(std::function<void(FakeRecordingEngine&)> script = {}) {
+        listSome();
+        tick({"app:org.example.Player"});
+        engines.script = std::move(script);
+        state->toggleRecording();
+    }
+};
+
+}  // namespace bw::test
