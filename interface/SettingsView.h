@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QWidget>
+
+class QTabWidget;
+
+namespace bw {
+
+class AboutSettingsView;
+class AppState;
+class GeneralSettingsView;
+class UpdaterService;
+
+/// The settings window's content: the tabs "General" and "About", 460 wide and as tall as the
+/// shown tab's content needs, held at that size (the window follows it rather than stretching
+/// it). Plain desktop controls, not the console's look. `state` and `updater` must outlive the
+/// view. GUI thread only.
+class SettingsView : public QWidget {
+    Q_OBJECT
+public:
+    static constexpr int fixedWidth = 460;
+
+    SettingsView(AppState& state, UpdaterService& updater, QWidget* parent = nullptr);
+
+    QTabWidget* tabs() const { return tabs_; }
+    GeneralSettingsView* general() const { return general_; }
+    AboutSettingsView* about() const { return about_; }
+
+private:
+    QTabWidget* tabs_;
+    GeneralSettingsView* general_;
+    AboutSettingsView* about_;
+};
+
+}  // namespace bw
