@@ -150,7 +150,14 @@ public:
 protected:
     void paintEvent(QPaintEvent*) override {
         if (picture_.isNull() || picture_.devicePixelRatio() != devicePixelRatioF()) {
-            key_.setPalette(palette());
+            // Its own window background would be drawn too; only the key is wanted.
+            QPalette clear = palette();
+            clear.setColor(QPalette::Window, Qt::transparent);
+            key_.setPalette(clear);
+            // The glow would be cut off at this small frame's edge; the key alone reads better.
+            if (QGraphicsEffect* glow = key_.graphicsEffect()) {
+                glow->setEnabled(false);
+            }
             picture_ = key_.grab();
         }
         QPainter painter(this);

@@ -25,15 +25,6 @@ SettingsView::SettingsView(AppState& state, UpdaterService& updater, QWidget* pa
     tabs_->addTab(general_, SymbolImages::icon("gear", symbols), tr("General"));
     tabs_->addTab(about_, SymbolImages::icon("info.circle", symbols), tr("About"));
     layout->addWidget(tabs_);
-    // The stack is as tall as its tallest page unless the hidden pages ask for nothing.
-    const auto fitCurrent = [this](int current) {
-        for (int i = 0; i < tabs_->count(); ++i) {
-            const auto policy = i == current ? QSizePolicy::Preferred : QSizePolicy::Ignored;
-            tabs_->widget(i)->setSizePolicy(policy, policy);
-        }
-    };
-    connect(tabs_, &QTabWidget::currentChanged, this, fitCurrent);
-    fitCurrent(tabs_->currentIndex());
 }
 
 }  // namespace bw

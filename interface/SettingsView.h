@@ -11,10 +11,10 @@ class AppState;
 class GeneralSettingsView;
 class UpdaterService;
 
-/// The settings window's content: the tabs "General" and "About", 460 wide and as tall as the
-/// shown tab's content needs, held at that size (the window follows it rather than stretching
-/// it). Plain desktop controls, not the console's look. `state` and `updater` must outlive the
-/// view. GUI thread only.
+/// The settings window's content: the tabs "General" and "About", 460 wide and as tall as their
+/// content needs (the taller page decides), held at that size: the window follows it rather than
+/// stretching it. Plain desktop controls, not the console's look. `state` and `updater` must
+/// outlive the view. GUI thread only.
 class SettingsView : public QWidget {
     Q_OBJECT
 public:

@@ -62,7 +62,7 @@ UpdateDialog::UpdateDialog(const UpdateCheckResult& result, QWidget* parent)
         } else {
             notes_->setPlainText(result_.update->notes);
         }
-        notes_->setMinimumSize(380, 160);
+        notes_->setMinimumHeight(160);
         column->addWidget(notes_, 1);
     }
 
@@ -86,7 +86,9 @@ UpdateDialog::UpdateDialog(const UpdateCheckResult& result, QWidget* parent)
     }
     column->addLayout(buttons);
     row->addLayout(column, 1);
-    setMinimumWidth(440);
+    // Wide enough that the headline wraps at most once; tall enough for every line.
+    row->setSizeConstraint(QLayout::SetMinimumSize);
+    resize(480, heightForWidth(480) > 0 ? heightForWidth(480) : sizeHint().height());
 }
 
 }  // namespace bw

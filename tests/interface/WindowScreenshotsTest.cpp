@@ -1,0 +1,128 @@
+// Paints the windows around the console at scale 2 (the walkthrough's steps, help, both settings
+// tabs, the update dialog) and checks what the walkthrough must read as: the dark grained panel
+// with an amber current dot. With BW_SCREENSHOT_DIR set, the pictures are saved there as PNGs.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTest>
+
+#include "app/UpdaterService.h"
+#include "capture/CoreAudioError.h"
+#include "capture/SystemAudioPermission.h"
+#include "interface/ConsoleSurface.h"
+#include "interface/GrainOverlay.h"
+#include "interface/HelpView.h"
+#include "interface/ManualConsoleClock.h"
+#include "interface/OnboardingView.h"
+#include "interface/SettingsView.h"
+#include "interface/UpdateDialog.h"
+#include "tests/app/QtTestSupport.h"
+#include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/ViewRig.h"
+
+namespace bw {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double kScale = 2.0;
+
+// Grabs `window` once the grain of any panel in it has arrived; saves it when asked to.
+QImage shoot(QWidget& window, const char* name) {
+    window.show();
+    window.grab();
+    for (auto* surface : window.findChildren<ConsoleSurface*>()) {
+        EXPECT_TRUE(QTest::qWaitFor([&] { return surface->grain().texture().has_value(); }, 5000));
+    }
+    const QPixmap picture = window.grab();
+    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
+    if (!directory.isEmpty()) {
+        QDir().mkpath(QString::fromLocal8Bit(directory));
+        EXPECT_TRUE(picture.save(QDir(QString::fromLocal8Bit(directory)).filePath(name)));
+    }
+    return picture.toImage();
+}
+
+QColor at(const QImage& image, QWidget& widget, QPointF local) {
+    return image.pixelColor((widget.mapTo(widget.window(), local) * kScale).toPoint());
+}
+
+class RefusingProbe : public SystemAudioTapProbe {
+public:
+    Expected<void, ErrorRef> makeTap() override {
+        return Unexpected(makeError(CoreAudioError(-1, "create permission-check tap")));
+    }
+};
+
+TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
+    QTemporaryDir dir;
+    QSettings defaults(dir.filePath("defaults.ini"), QSettings::IniFormat);
+    ManualConsoleClock clock;
+    OnboardingView view(std::make_shared<RefusingProbe>(), &defaults, &clock);
+    const char* names[] = {"onboarding-welcome.png", "onboarding-how-it-works.png",
+                           "onboarding-permission.png", "onboarding-ready.png"};
+    for (int step = 0; step < OnboardingView::stepCount; ++step) {
+        view.setStep(step);
+        clock.advance(1200ms);
+        const QImage image = shoot(view, names[step]);
+        EXPECT_EQ(image.size(), QSize(520, 560) * kScale);
+        const QColor corner = image.pixelColor(20, 40);
+        EXPECT_LT(corner.lightness(), 60) << step;
+        EXPECT_GE(corner.red(), corner.blue()) << step;
+        // The current dot is lit amber.
+        QWidget* dots = view.stepDots();
+        const QColor dot = at(image, *dots, QPointF(step * 14 + 3.5, 3.5));
+        EXPECT_GT(dot.red(), 200) << step;
+        EXPECT_GT(dot.green(), 130) << step;
+        EXPECT_LT(dot.blue(), 110) << step;
+    }
+
+    // The permission step after a refusal, with the way to the settings.
+    view.setStep(OnboardingView::permissionStep);
+    defaults.setValue(AppState::kSystemAudioPermissionAttemptedKey, true);
+    view.hide();
+    view.show();
+    ASSERT_TRUE(test::pumpUntil(
+        [&] { return view.permission().status() == SystemAudioPermission::Status::denied; }));
+    clock.advance(1200ms);
+    shoot(view, "onboarding-permission-denied.png");
+    EXPECT_TRUE(view.openSettingsButton()->isVisible());
+}
+
+TEST(WindowScreenshotsTest, HelpSettingsAndUpdateDialog) {
+    HelpView help;
+    shoot(help, "help.png");
+
+    test::ViewRig rig;
+    UpdaterService updater(QUrl("https://brightwave.tallowfields.com/appcast.xml"), "0.1.0");
+    SettingsView settings(*rig.state, updater);
+    rig.state->setRecordingsFolderPath(QDir::homePath() + "/Music/BrightwaveRecord/Interviews");
+    shoot(settings, "settings-general.png");
+    EXPECT_EQ(settings.width(), SettingsView::fixedWidth);
+    settings.tabs()->setCurrentIndex(1);
+    QApplication::processEvents();
+    shoot(settings, "settings-about.png");
+
+    const AppcastItem release{"0.2.0", "0.2", "Brightwave Record 0.2",
+                              QUrl("https://brightwave.tallowfields.com/releases/0.2"),
+                              "<p>What's new:</p><ul><li>Meters hold their peak a little "
+                              "longer.</li><li>The folder chooser opens where your recordings "
+                              "are.</li></ul>"};
+    UpdateDialog dialog({UpdateCheckResult::Outcome::updateAvailable, release,
+                         "Brightwave Record 0.2 is available; you have 0.1.0."});
+    shoot(dialog, "update-dialog.png");
+}
+
+}  // namespace
+}  // namespace bw
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_SCALE_FACTOR", "2");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
