@@ -1,7 +1,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test test-tsan bench clean format
+.PHONY: deps configure build run test test-tsan bench install clean format
 
 deps:
 	@scripts/install-deps
@@ -12,6 +12,15 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
+# Starts the program; without an audio server or a display it brings its own (scripts/run-app).
+run: build
+	@scripts/run-app $(BUILD)
+
+# Installs the program, its desktop entry and its icons (PREFIX, default /usr/local).
+PREFIX ?= /usr/local
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
 
@@ -21,7 +30,7 @@ test-tsan: deps
 	@cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBW_SANITIZE=thread >/dev/null
 	@cmake --build build-tsan -j $(JOBS)
 	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-		ctest --output-on-failure -j $(JOBS) --timeout 600 -E LiveRecordingTest
+		ctest --output-on-failure -j $(JOBS) --timeout 600 -E "LiveRecordingTest|WindowRecordingTest"
 
 bench: build
 	@bench/run-all $(BUILD)
