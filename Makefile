@@ -24,13 +24,13 @@ install: build
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
 
-# Every test again under ThreadSanitizer, but the live recordings: those run real servers and
-# tools that aren't instrumented.
+# Every test again under ThreadSanitizer, but the live recordings and the accessibility bus check:
+# those run real servers, tools and a whole session that aren't instrumented.
 test-tsan: deps
 	@cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBW_SANITIZE=thread >/dev/null
 	@cmake --build build-tsan -j $(JOBS)
 	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-		ctest --output-on-failure -j $(JOBS) --timeout 600 -E "LiveRecordingTest|WindowRecordingTest"
+		ctest --output-on-failure -j $(JOBS) --timeout 600 -E "LiveRecordingTest|WindowRecordingTest|AccessibilityBusTest"
 
 bench: build
 	@bench/run-all $(BUILD)

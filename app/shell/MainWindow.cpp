@@ -15,6 +15,8 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
       content_(new ContentView(*services.state, *services.icons, *services.levels, *services.timer,
                                services.clock, this)) {
     setObjectName(QStringLiteral("main"));
+    // No title of its own (the desktop shows the program's name), but a name to announce.
+    setAccessibleName(tr("Brightwave Record"));
     setCentralWidget(content_);
     content_->setOpenWindow(services.openWindow);
     resize(kDefaultSize);

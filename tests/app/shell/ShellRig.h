@@ -44,14 +44,20 @@ struct ShellRig : ViewRig {
     bool trayShown() const { return app->menuBarExtra()->isInserted(); }
 
     /// Opens the main window as at launch, with the walkthrough already done.
+    /// The lists hold `listSome`; the window's own refresh at appearance has been taken in, so
+    /// it can't land later over a tick.
     void launch() {
         state->markOnboardingCompleted();
+        listings->set({process(1, "org.example.Player", "Player", true),
+                       process(2, "org.example.Notes", "Notes")},
+                      {{5, "usb", "USB Mic"}});
+        const int before = listings->processCalls;
         app->openWindow(QStringLiteral("main"));
+        pumpUntil([&] { return listings->processCalls > before && !state->appSources().empty(); });
     }
 
     /// Ticks the listed player and starts, the engine's start and stop as `script` holds them.
     void startRecordingPlayer(std::function<void(FakeRecordingEngine&)> script = {}) {
-        listSome();
         tick({"app:org.example.Player"});
         engines.script = std::move(script);
         state->toggleRecording();
