@@ -25,6 +25,7 @@
 #include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
@@ -40,13 +41,9 @@ QImage shoot(QWidget& window, const char* name) {
     if (auto* surface = qobject_cast<ConsoleSurface*>(&window)) {
         EXPECT_TRUE(QTest::qWaitFor([&] { return surface->grain().texture().has_value(); }, 5000));
     }
-    const QPixmap picture = window.grab();
-    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
-    if (!directory.isEmpty()) {
-        QDir().mkpath(QString::fromLocal8Bit(directory));
-        EXPECT_TRUE(picture.save(QDir(QString::fromLocal8Bit(directory)).filePath(name)));
-    }
-    return picture.toImage();
+    const QImage picture = window.grab().toImage();
+    EXPECT_TRUE(test::saveScreenshot(picture, QString::fromLatin1(name)));
+    return picture;
 }
 
 // Colour at a point given in device-independent pixels.
@@ -316,10 +313,7 @@ TEST(ConsoleScreenshotsTest, WidgetSheetsShowEveryState) {
         const QImage image = shoot(*surface, "panel.png");
         const QImage closeUp = image.copy(40, 40, 80, 60)
                                    .scaled(480, 360, Qt::IgnoreAspectRatio, Qt::FastTransformation);
-        const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
-        if (!directory.isEmpty()) {
-            closeUp.save(QDir(QString::fromLocal8Bit(directory)).filePath("panel-grain-zoom.png"));
-        }
+        EXPECT_TRUE(test::saveScreenshot(closeUp, QStringLiteral("panel-grain-zoom.png")));
         EXPECT_EQ(surface->grain().currentKey(), QString("320.0x120.0@2.0"));
         EXPECT_EQ(surface->grain().texture()->size(), QSize(640, 240));
     }

@@ -21,6 +21,7 @@
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
+#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
@@ -415,13 +416,9 @@ QImage shoot(ContentView& view, const char* name) {
     view.grab();
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return view.header()->grain().texture().has_value(); }, 5000));
-    const QPixmap picture = view.grab();
-    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
-    if (!directory.isEmpty()) {
-        QDir().mkpath(QString::fromLocal8Bit(directory));
-        EXPECT_TRUE(picture.save(QDir(QString::fromLocal8Bit(directory)).filePath(name)));
-    }
-    return picture.toImage();
+    const QImage picture = view.grab().toImage();
+    EXPECT_TRUE(test::saveScreenshot(picture, QString::fromLatin1(name)));
+    return picture;
 }
 
 TEST(ContentViewTest, WindowPictures) {

@@ -1,11 +1,24 @@
 #pragma once
 
+#include <QByteArray>
 #include <QColor>
+#include <QDir>
 #include <QImage>
 #include <QWidget>
 #include <cstdlib>
 
 namespace bw::test {
+
+/// Saves `picture` as `name` in the folder that BW_SCREENSHOT_DIR names (scripts/screenshots sets
+/// it); without it, nothing. False only when a save was asked for and failed.
+inline bool saveScreenshot(const QImage& picture, const QString& name) {
+    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
+    if (directory.isEmpty()) {
+        return true;
+    }
+    const QDir folder(QString::fromLocal8Bit(directory));
+    return folder.mkpath(QStringLiteral(".")) && picture.save(folder.filePath(name));
+}
 
 /// The widget painted alone on a transparent background (its window colour made clear for the
 /// moment), as the device pixels of a grab. A grab, not `render` without background: Qt 6.4

@@ -22,6 +22,7 @@
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
+#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
@@ -37,13 +38,9 @@ QImage shoot(QWidget& window, const char* name) {
     for (auto* surface : window.findChildren<ConsoleSurface*>()) {
         EXPECT_TRUE(QTest::qWaitFor([&] { return surface->grain().texture().has_value(); }, 5000));
     }
-    const QPixmap picture = window.grab();
-    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
-    if (!directory.isEmpty()) {
-        QDir().mkpath(QString::fromLocal8Bit(directory));
-        EXPECT_TRUE(picture.save(QDir(QString::fromLocal8Bit(directory)).filePath(name)));
-    }
-    return picture.toImage();
+    const QImage picture = window.grab().toImage();
+    EXPECT_TRUE(test::saveScreenshot(picture, QString::fromLatin1(name)));
+    return picture;
 }
 
 QColor at(const QImage& image, QWidget& widget, QPointF local) {

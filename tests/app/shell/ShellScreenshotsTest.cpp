@@ -6,15 +6,16 @@
 #include <QDir>
 #include <QPushButton>
 
+#include <QLabel>
 #include "app/shell/ApplicationIcon.h"
 #include "app/shell/MenuBarLabelView.h"
 #include "app/shell/MenuBarLevelMeter.h"
 #include "app/shell/RecordingMenuBarView.h"
 #include "interface/LevelMeterView.h"
-#include <QLabel>
 #include "interface/Theme.h"
 #include "tests/app/shell/ShellRig.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/interface/WidgetImages.h"
 
 namespace bw::test {
 namespace {
@@ -22,11 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 
 QImage save(const QImage& picture, const char* name) {
-    const QByteArray directory = qgetenv("BW_SCREENSHOT_DIR");
-    if (!directory.isEmpty()) {
-        QDir().mkpath(QString::fromLocal8Bit(directory));
-        EXPECT_TRUE(picture.save(QDir(QString::fromLocal8Bit(directory)).filePath(name)));
-    }
+    EXPECT_TRUE(saveScreenshot(picture, QString::fromLatin1(name)));
     return picture;
 }
 
