@@ -18,6 +18,7 @@
 #include "interface/OnboardingView.h"
 #include "interface/SettingsView.h"
 #include "interface/UpdateDialog.h"
+#include "platform/workspace/DesktopMotionSetting.h"
 
 namespace bw {
 
@@ -28,13 +29,17 @@ BrightwaveRecordApp::Dependencies BrightwaveRecordApp::system() {
     d.levels = &AudioLevelTracker::shared();
     d.icons = &AppIconCache::shared();
     d.updater = &UpdaterService::shared();
-    d.makeSceneContent = [state = d.state, updater = d.updater](const QString& id) -> QWidget* {
+    d.reduceMotion = DesktopMotionSetting::reduceMotion();
+    d.makeSceneContent = [state = d.state, updater = d.updater,
+                          reduceMotion = d.reduceMotion](const QString& id) -> QWidget* {
         if (id == QLatin1String("help")) {
             return new HelpView;
         }
         if (id == QLatin1String("onboarding")) {
             auto probe = std::make_shared<CoreAudioTapProbe>(PlatformServices::shared().hardware());
-            return new OnboardingView(std::move(probe), state->defaults());
+            auto* onboarding = new OnboardingView(std::move(probe), state->defaults());
+            onboarding->setReduceMotion(reduceMotion);
+            return onboarding;
         }
         if (id == QLatin1String("settings")) {
             return new SettingsView(*state, *updater);
@@ -137,6 +142,7 @@ QWidget* BrightwaveRecordApp::makeWindow(const QString& id) {
         services.timer = dependencies_.timer;
         services.updater = dependencies_.updater;
         services.clock = dependencies_.clock;
+        services.reduceMotion = dependencies_.reduceMotion;
         services.openWindow = [this](const QString& other) { openWindow(other); };
         services.quit = [this] { requestTermination(); };
         made = new MainWindow(services);

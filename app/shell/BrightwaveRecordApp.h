@@ -41,6 +41,8 @@ public:
         AppIconCache* icons = nullptr;
         UpdaterService* updater = nullptr;
         ConsoleClock* clock = nullptr;  // null: the system clock
+        /// The desktop asks for as little motion as possible.
+        bool reduceMotion = false;
         /// The content of the "settings", "help" and "onboarding" windows, made at each opening;
         /// null for an id it doesn't know.
         std::function<QWidget*(const QString& id)> makeSceneContent;

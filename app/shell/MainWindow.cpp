@@ -6,6 +6,7 @@
 #include "app/shell/CheckForUpdatesCommand.h"
 #include "app/shell/HelpMenuButton.h"
 #include "interface/ContentView.h"
+#include "interface/RecordButton.h"
 
 namespace bw {
 
@@ -19,6 +20,7 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     setAccessibleName(tr("Brightwave Record"));
     setCentralWidget(content_);
     content_->setOpenWindow(services.openWindow);
+    content_->recordButton()->setReduceMotion(services.reduceMotion);
     resize(kDefaultSize);
 
     QMenu* program = menuBar()->addMenu(tr("Brightwave Record"));

@@ -35,6 +35,7 @@ public:
         RecordingTimer* timer = nullptr;
         UpdaterService* updater = nullptr;
         ConsoleClock* clock = nullptr;  // null: the system clock
+        bool reduceMotion = false;      // the record key without its pulse
         std::function<void(const QString& id)> openWindow;
         std::function<void()> quit;
     };

@@ -62,6 +62,14 @@ TEST(BrightwaveRecordAppTest, EachWindowOpensOnceWithItsTitleAndFollowsItsConten
     EXPECT_EQ(rig.app->window(QStringLiteral("unknown")), nullptr);
 }
 
+TEST(BrightwaveRecordAppTest, TheDesktopsWishForLessMotionReachesTheRecordKey) {
+    for (const bool reduce : {false, true}) {
+        ShellRig rig(reduce);
+        rig.launch();
+        EXPECT_EQ(rig.main()->contentView()->recordButton()->reduceMotion(), reduce);
+    }
+}
+
 TEST(BrightwaveRecordAppTest, HelpMenuItemsOpenHelpAndTheWalkthrough) {
     ShellRig rig;
     rig.launch();

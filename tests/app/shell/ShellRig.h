@@ -22,8 +22,9 @@ struct ShellRig : ViewRig {
     std::vector<QString> madeScenes;
     std::unique_ptr<BrightwaveRecordApp> app;
 
-    ShellRig() {
+    explicit ShellRig(bool reduceMotion = false) {
         BrightwaveRecordApp::Dependencies d;
+        d.reduceMotion = reduceMotion;
         d.state = state.get();
         d.timer = &timer;
         d.levels = &tracker;

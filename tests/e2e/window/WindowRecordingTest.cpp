@@ -186,6 +186,9 @@ int main(int argc, char** argv) {
         serverError = "PipeWire could not be started: " + serverError;
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    // The desktop's settings store would hold a connection to the private session bus, and
+    // GLib ends a process whose session bus goes away, as the server's does at the end.
+    qputenv("GSETTINGS_BACKEND", "memory");
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     {
