@@ -268,8 +268,8 @@ QCoro::Task<void> AppState::startRecording() {
         }
         if (!granted) {
             setErrorMessage(
-                tr("Microphone access was denied. Allow it in System Settings → "
-                   "Privacy & Security → Microphone."));
+                tr("Microphone access was denied. Allow it in your desktop’s privacy settings, "
+                   "under Microphone."));
             setIsStartingRecording(false);
             co_return;
         }

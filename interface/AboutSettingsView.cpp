@@ -47,7 +47,7 @@ AboutSettingsView::AboutSettingsView(QWidget* parent) : QWidget(parent) {
                        Theme::bodyFont(), true, this);
     column->addWidget(version_);
     column->addWidget(
-        centred(tr("Record any audio on your Mac."), Theme::calloutFont(), true, this));
+        centred(tr("Record any audio on your computer."), Theme::calloutFont(), true, this));
     const QUrl page(QString::fromLatin1(webPage));
     webLink_ = link(page, page.host() + page.path(), this);
     column->addWidget(webLink_);

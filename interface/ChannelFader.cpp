@@ -27,8 +27,11 @@ void ChannelFader::setClock(ConsoleClock* clock) {
 }
 
 QString ChannelFader::accessibleValue() const {
-    const int percent = static_cast<int>(value_ / unity * 100.0f);
-    return tr("%1 percent").arg(percent);
+    return tr("%1 percent").arg(accessiblePercent());
+}
+
+int ChannelFader::accessiblePercent() const {
+    return static_cast<int>(value_ / unity * 100.0f);
 }
 
 QRectF ChannelFader::trackRect() const {
@@ -102,6 +105,14 @@ void ChannelFader::increment() {
 void ChannelFader::decrement() {
     const Spring spring = Theme::defaultAnimation();
     apply(std::max(value_ - accessibilityStep, 0.0f), &spring);
+}
+
+void ChannelFader::editTo(float value) {
+    if (!isEnabled() || !std::isfinite(value)) {
+        return;
+    }
+    const Spring spring = Theme::defaultAnimation();
+    apply(std::clamp(value, 0.0f, maxValue), &spring);
 }
 
 void ChannelFader::dragTo(double x) {

@@ -30,6 +30,7 @@ class ChannelFader : public QWidget {
     Q_PROPERTY(float value READ value WRITE setValue NOTIFY valueChanged)
     Q_PROPERTY(QString sourceID READ sourceID WRITE setSourceID)
     Q_PROPERTY(QString accessibleValue READ accessibleValue)
+    Q_PROPERTY(int accessiblePercent READ accessiblePercent)
 public:
     static constexpr float maxValue = 1.5f;
     static constexpr float unity = 1.0f;
@@ -51,8 +52,10 @@ public:
     /// (170 × 14 before any).
     QSizeF faderSize() const;
 
-    /// The value as spoken: value / unity × 100 cut to a whole number, then " percent".
+    /// The value as spoken: `accessiblePercent`, then " percent".
     QString accessibleValue() const;
+    /// value / unity × 100 cut to a whole number: the value assistive technology reads.
+    int accessiblePercent() const;
 
     /// The control's frame in widget coordinates.
     QRectF trackRect() const;
@@ -80,6 +83,9 @@ public slots:
     void increment();
     /// One accessibility step down: max(value − 0.1, 0), through the detent rule.
     void decrement();
+    /// A value set by assistive technology, clamped to 0…1.5, through the detent rule as the
+    /// steps go. Ignored while disabled.
+    void editTo(float value);
 
 signals:
     /// The user moved the fader to `value`.

@@ -341,14 +341,24 @@ QWidget* ContentView::buildFooter() {
     row->addStretch(1);
     lastRecordingButton_ = new QPushButton(footer);
     lastRecordingButton_->setIcon(SymbolImages::icon("waveform", Theme::primary(palette())));
-    lastRecordingButton_->setToolTip(tr("Show the last recording in Finder"));
+    lastRecordingButton_->setToolTip(tr("Show the last recording in its folder"));
     connect(lastRecordingButton_, &QPushButton::clicked, this,
             [this] { state_.revealLastRecording(); });
     row->addWidget(lastRecordingButton_);
     return footer;
 }
 
+void ContentView::showStatusNotice(const QString& notice) {
+    if (state_.isBusy()) {
+        statusNotice_ = notice;
+        updateTransport();
+    }
+}
+
 QString ContentView::statusText() const {
+    if (!statusNotice_.isEmpty()) {
+        return statusNotice_;
+    }
     if (state_.isRecording()) {
         return tr("Recording");
     }
@@ -390,6 +400,9 @@ bool ContentView::statusBold() const {
 void ContentView::updateTransport() {
     const bool recording = state_.isRecording();
     const bool busy = state_.isBusy();
+    if (!busy) {
+        statusNotice_.clear();
+    }
     recordButton_->setRecording(recording);
     recordButton_->setKeyEnabled(recording || (!state_.selectedSources().empty() && !busy));
     timecode_->setRecording(recording);
@@ -446,7 +459,7 @@ void ContentView::updateMessages() {
     if (const auto& saved = state_.savedMessage(); saved && !state_.isRecording()) {
         auto* line = new MessageLine(messages_, Theme::green(), "checkmark.circle.fill", *saved);
         line->setObjectName("savedLine");
-        auto* reveal = new QPushButton(tr("Show in Finder"), line);
+        auto* reveal = new QPushButton(tr("Show in Folder"), line);
         reveal->setObjectName("revealButton");
         connect(reveal, &QPushButton::clicked, this, [this] { state_.revealLastRecording(); });
         line->row()->addWidget(reveal, 0, Qt::AlignVCenter);

@@ -50,6 +50,9 @@ public:
 
     /// The status line's text (before the style upper-cases it), colour and weight.
     QString statusText() const;
+    /// Shows `notice` in place of the status line's text until the recording that runs or starts
+    /// now has ended; ignored while idle.
+    void showStatusNotice(const QString& notice);
     QColor statusColor() const;
     bool statusBold() const;
 
@@ -101,6 +104,7 @@ private:
     RecordingTimer& timer_;
     ConsoleClock* clock_;
     OpenWindow openWindow_;
+    QString statusNotice_;
     QString appFilter_;
     QString debouncedFilter_;
     std::vector<RecordingSource> filteredApps_;

@@ -91,8 +91,7 @@ HelpView::HelpView(QWidget* parent) : QWidget(parent) {
             "selected sources into one file.")},
         {tr("Press Record"),
          tr("The round red button at the top left starts the recording. While recording, a timer "
-            "also appears at the top right of your screen, in the menu bar — click it any time to "
-            "stop.")},
+            "also appears in the system tray — click it any time to stop.")},
         {tr("Press Stop"),
          tr("The same button stops the recording. Your file is saved automatically — a green "
             "message shows where, and the Recordings Folder button at the bottom opens that "
@@ -121,9 +120,9 @@ HelpView::HelpView(QWidget* parent) : QWidget(parent) {
         content));
     column->addLayout(titledText(
         tr("Nothing is recorded / permission problems"),
-        tr("The first time you record, macOS asks for permission. If you declined it, open "
-           "System Settings → Privacy & Security, then allow Brightwave Record under “Screen & "
-           "System Audio Recording” (and under “Microphone” if you record your voice)."),
+        tr("Brightwave Record records through PipeWire, your desktop’s audio service. If a "
+           "recording can’t start, check that PipeWire is running; in a sandbox (Flatpak), allow "
+           "the app audio access, and microphone access if you record your voice."),
         content));
     column->addStretch(1);
     scroll_->setWidget(content);

@@ -259,7 +259,7 @@ QWidget* OnboardingView::buildWelcomePage() {
     name.setLetterSpacing(QFont::AbsoluteSpacing, 3);
     name.setCapitalization(QFont::AllUppercase);
     column->addWidget(text(QStringLiteral("Brightwave Record"), name, true, page));
-    column->addWidget(text(tr("Record any audio on your Mac"),
+    column->addWidget(text(tr("Record any audio on your computer"),
                            Theme::largeTitleFont(QFont::DemiBold), false, page));
     column->addWidget(text(
         tr("Capture everything you hear, a single app, or a microphone — mixed into one file."),
@@ -285,7 +285,7 @@ QWidget* OnboardingView::buildHowItWorksPage() {
                                    page));
     column->addWidget(explainedRow(new ScaledRecordKey(clock_, nullptr), tr("Press Record"),
                                    tr("One button starts and stops. While recording, a timer in "
-                                      "the menu bar lets you stop from anywhere."),
+                                      "the system tray lets you stop from anywhere."),
                                    page));
     demoMeter_ = new SegmentedMeter;
     demoMeter_->setClock(clock_);
@@ -327,7 +327,7 @@ QWidget* OnboardingView::buildPermissionPage() {
     column->addWidget(requesting_, 0, Qt::AlignHCenter);
 
     openSettingsButton_ =
-        prominentButton(tr("Open System Settings"), Theme::bodyFont(), 14, 3, page);
+        prominentButton(tr("Open Sound Settings"), Theme::bodyFont(), 14, 3, page);
     connect(openSettingsButton_, &QPushButton::clicked, this, [this] {
         if (openSettings_) {
             openSettings_();
@@ -452,12 +452,11 @@ void OnboardingView::updatePermission() {
     switch (status) {
         case Status::unknown:
             permissionText_->setText(
-                tr("macOS will ask you to allow system audio recording. This permission is what "
-                   "lets Brightwave Record capture sound — nothing is recorded until you press "
-                   "Record."));
+                tr("Brightwave Record records through your desktop’s audio service. Let it check "
+                   "that it may — nothing is recorded until you press Record."));
             break;
         case Status::requesting:
-            permissionText_->setText(tr("Look for the macOS permission dialog and click Allow."));
+            permissionText_->setText(tr("If your desktop asks for permission, click Allow."));
             break;
         case Status::granted:
             permissionText_->setText(
@@ -465,9 +464,9 @@ void OnboardingView::updatePermission() {
             break;
         case Status::denied:
             permissionText_->setText(
-                tr("No problem — you can turn it on any time in System Settings, under Privacy & "
-                   "Security → Screen & System Audio Recording. This screen will update by "
-                   "itself."));
+                tr("No problem — Brightwave Record couldn’t reach the audio service. Check that "
+                   "PipeWire is running (in a sandbox, that the app may use audio). This screen "
+                   "will update by itself."));
             break;
     }
     allow_->setVisible(status == Status::unknown);
@@ -476,8 +475,8 @@ void OnboardingView::updatePermission() {
     readyText_->setText(status == Status::granted
                             ? tr("Tick a source, press Record, and Brightwave Record takes care of "
                                  "the rest.")
-                            : tr("Tick a source and press Record. If macOS still needs "
-                                 "permission, it will ask again then."));
+                            : tr("Tick a source and press Record. If your desktop still needs "
+                                 "permission, it will ask then."));
     updateNavigation();
 }
 

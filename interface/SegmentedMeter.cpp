@@ -25,9 +25,12 @@ SegmentedMeter::SegmentedMeter(QWidget* parent) : QWidget(parent), clock_(Consol
     setAccessibleName(tr("Recording level"));
 }
 
+int SegmentedMeter::accessiblePercent() const {
+    return static_cast<int>(std::min(level_, 1.0f) * 100.0f);
+}
+
 QString SegmentedMeter::accessibleValue() const {
-    const int percent = static_cast<int>(std::min(level_, 1.0f) * 100.0f);
-    QString text = tr("%1 percent").arg(percent);
+    QString text = tr("%1 percent").arg(accessiblePercent());
     if (clipped_) {
         text += tr(", clipping");
     }

@@ -24,6 +24,7 @@ class SegmentedMeter : public QWidget {
     Q_PROPERTY(float level READ level WRITE setLevel)
     Q_PROPERTY(bool clipped READ isClipped NOTIFY clippedChanged)
     Q_PROPERTY(QString accessibleValue READ accessibleValue)
+    Q_PROPERTY(int accessiblePercent READ accessiblePercent)
 public:
     /// One segment as drawn: where, whether lit, and in which colour.
     struct Segment {
@@ -53,6 +54,8 @@ public:
     /// "N percent", N the level in percent cut to a whole number (at most 100), then
     /// ", clipping" while the lamp is lit.
     QString accessibleValue() const;
+    /// min(level, 1) × 100 cut to a whole number: the value assistive technology reads.
+    int accessiblePercent() const;
 
     /// How many segments fit a bar `width` wide: the whole part of (width + gap) / 8, at least 1.
     static int segmentCount(double width);

@@ -27,4 +27,8 @@ SettingsView::SettingsView(AppState& state, UpdaterService& updater, QWidget* pa
     layout->addWidget(tabs_);
 }
 
+void SettingsView::showAbout() {
+    tabs_->setCurrentWidget(about_);
+}
+
 }  // namespace bw

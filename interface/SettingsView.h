@@ -23,6 +23,8 @@ public:
     SettingsView(AppState& state, UpdaterService& updater, QWidget* parent = nullptr);
 
     QTabWidget* tabs() const { return tabs_; }
+    /// Brings the About tab to the front (the Help menu's "About Brightwave Record").
+    void showAbout();
     GeneralSettingsView* general() const { return general_; }
     AboutSettingsView* about() const { return about_; }
 

@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
+#include <QSignalBlocker>
 #include <cmath>
 
 #include "app/AppIconCache.h"
@@ -14,6 +15,7 @@
 #include "app/LevelSubject.h"
 #include "interface/ArmIndicator.h"
 #include "interface/ChannelFader.h"
+#include "interface/ConsoleAccessibility.h"
 #include "interface/SymbolImages.h"
 #include "interface/Theme.h"
 
@@ -37,7 +39,6 @@ class FaderPlaceholder : public QWidget {
 public:
     explicit FaderPlaceholder(QWidget* parent) : QWidget(parent) {
         setFixedSize(SourceRowView::faderWidth + 44, SourceRowView::faderHeight);
-        setAccessibleName(QString());
     }
 
 protected:
@@ -70,6 +71,7 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
       source_(std::move(source)),
       displayedVolume_(state.volume(source_.id)) {
     setAttribute(Qt::WA_Hover);
+    ConsoleAccessibility::install();
 
     tickArea_ = new TickArea(this);
     tickArea_->setCheckable(true);
@@ -106,7 +108,7 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
     percentage_->setFixedWidth(percentageWidth);
     percentage_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     // The fader speaks the value; the text is for the eye only.
-    percentage_->setAccessibleName(QString());
+    ConsoleAccessibility::hide(percentage_);
     auto* volumeLayout = new QHBoxLayout(volumeArea_);
     volumeLayout->setContentsMargins(0, 0, 0, 0);
     volumeLayout->setSpacing(6);
@@ -114,6 +116,7 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
     volumeLayout->addWidget(percentage_, 0, Qt::AlignVCenter);
 
     placeholder_ = new FaderPlaceholder(this);
+    ConsoleAccessibility::hide(placeholder_);
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(8, 4, 8, 4);
@@ -122,8 +125,11 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
     layout->addWidget(volumeArea_, 0, Qt::AlignVCenter);
     layout->addWidget(placeholder_, 0, Qt::AlignVCenter);
 
-    connect(tickArea_, &QAbstractButton::clicked, this, [this] {
-        state_.toggleSource(source_);
+    // `toggled`, not `clicked`: assistive technology's Toggle action toggles without a click.
+    connect(tickArea_, &QAbstractButton::toggled, this, [this](bool checked) {
+        if (checked != isSelected()) {
+            state_.toggleSource(source_);
+        }
         updateFromState();
     });
     connect(fader_, &ChannelFader::valueEdited, this, [this](float value) {
@@ -228,7 +234,10 @@ void SourceRowView::setDisplayedVolume(float volume) {
 void SourceRowView::updateFromState() {
     const bool selected = isSelected();
     tickArea_->setEnabled(!state_.isBusy());
-    tickArea_->setChecked(selected);
+    {
+        const QSignalBlocker quiet(tickArea_);
+        tickArea_->setChecked(selected);
+    }
     lamp_->setArmed(selected);
     lamp_->setRecording(state_.isRecording());
     setTextColor(name_, selected ? Theme::primary(palette()) : Theme::secondary(palette()));

@@ -13,6 +13,7 @@
 #include "app/UpdaterService.h"
 #include "app/shell/MainWindow.h"
 #include "app/shell/MenuBarExtra.h"
+#include "app/shell/TrayHostWatch.h"
 #include "capture/CoreAudioTapProbe.h"
 #include "interface/HelpView.h"
 #include "interface/OnboardingView.h"
@@ -63,7 +64,8 @@ BrightwaveRecordApp::BrightwaveRecordApp(Dependencies dependencies, QObject* par
     }
     menuBarExtra_ = new MenuBarExtra(
         *dependencies_.state, *dependencies_.timer, *dependencies_.levels,
-        [this](const QString& id) { openWindow(id); }, this);
+        [this](const QString& id) { openWindow(id); }, QDBusConnection::sessionBus(), this);
+    trayHostWatch_ = new TrayHostWatch(QDBusConnection::sessionBus(), this);
     if (dependencies_.showUpdateResult) {
         connect(
             dependencies_.updater, &UpdaterService::checkFinished, this,
@@ -115,6 +117,14 @@ MainWindow* BrightwaveRecordApp::mainWindow() const {
 }
 
 void BrightwaveRecordApp::openWindow(const QString& id) {
+    if (id == QLatin1String("about")) {
+        // About is a tab of the settings, not a window of its own.
+        openWindow(QStringLiteral("settings"));
+        if (auto* settings = qobject_cast<SettingsView*>(window(QStringLiteral("settings")))) {
+            settings->showAbout();
+        }
+        return;
+    }
     QWidget* shown = window(id);
     if (!shown) {
         shown = makeWindow(id);
@@ -145,6 +155,7 @@ QWidget* BrightwaveRecordApp::makeWindow(const QString& id) {
         services.reduceMotion = dependencies_.reduceMotion;
         services.openWindow = [this](const QString& other) { openWindow(other); };
         services.quit = [this] { requestTermination(); };
+        services.trayAvailable = [watch = trayHostWatch_] { return watch->isAvailable(); };
         made = new MainWindow(services);
     } else if (dependencies_.makeSceneContent) {
         made = dependencies_.makeSceneContent(id);

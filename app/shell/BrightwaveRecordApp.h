@@ -19,6 +19,7 @@ class ConsoleClock;
 class MainWindow;
 class MenuBarExtra;
 class RecordingTimer;
+class TrayHostWatch;
 class UpdaterService;
 struct UpdateCheckResult;
 
@@ -27,7 +28,8 @@ struct UpdateCheckResult;
 /// which it takes from `AppDelegate`. When the last of its windows closes it ends the program
 /// unless a recording runs or starts; a quit while a recording starts, runs or stops finishes
 /// the file first and ends the program after, asking nothing. It holds no other logic:
-/// everything it starts lives in `AppState`.
+/// everything it starts lives in `AppState`. The tray item and the watch for a tray host live on
+/// the session bus.
 ///
 /// Thread: the GUI thread. Everything in `Dependencies` must outlive it.
 class BrightwaveRecordApp : public QObject {
@@ -59,13 +61,14 @@ public:
     ~BrightwaveRecordApp() override;
 
     /// Shows the window `id`, making it when none is open, and brings it and the program to
-    /// the front. Unknown ids do nothing.
+    /// the front. "about" shows the settings on their About tab. Unknown ids do nothing.
     void openWindow(const QString& id);
 
     /// The open window `id`, else null.
     QWidget* window(const QString& id) const;
     MainWindow* mainWindow() const;
     MenuBarExtra* menuBarExtra() const { return menuBarExtra_; }
+    TrayHostWatch* trayHostWatch() const { return trayHostWatch_; }
 
     /// The quit command (menu, keys, signals): ends now when idle; otherwise finishes the
     /// recording first. Further requests while one waits are ignored.
@@ -89,6 +92,7 @@ private:
     Dependencies dependencies_;
     AppDelegate delegate_;
     MenuBarExtra* menuBarExtra_;
+    TrayHostWatch* trayHostWatch_;
     std::map<QString, QPointer<QWidget>> windows_;
     bool terminating_ = false;
 };

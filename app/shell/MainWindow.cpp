@@ -1,5 +1,6 @@
 #include "app/shell/MainWindow.h"
 
+#include <QCloseEvent>
 #include <QMenuBar>
 
 #include "app/AppState.h"
@@ -13,6 +14,7 @@ namespace bw {
 MainWindow::MainWindow(const Services& services, QWidget* parent)
     : QMainWindow(parent),
       state_(*services.state),
+      trayAvailable_(services.trayAvailable),
       content_(new ContentView(*services.state, *services.icons, *services.levels, *services.timer,
                                services.clock, this)) {
     setObjectName(QStringLiteral("main"));
@@ -23,32 +25,32 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     content_->recordButton()->setReduceMotion(services.reduceMotion);
     resize(kDefaultSize);
 
-    QMenu* program = menuBar()->addMenu(tr("Brightwave Record"));
-    checkForUpdates_ = new CheckForUpdatesCommand(*services.updater, program);
-    program->addAction(checkForUpdates_);
-    program->addSeparator();
-    settings_ = program->addAction(tr("Settings…"));
-    settings_->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
-    settings_->setMenuRole(QAction::PreferencesRole);
-    connect(settings_, &QAction::triggered, this,
-            [open = services.openWindow] { open(QStringLiteral("settings")); });
-    program->addSeparator();
-    quit_ = program->addAction(tr("Quit Brightwave Record"));
-    quit_->setShortcut(QKeySequence::Quit);
-    quit_->setMenuRole(QAction::QuitRole);
-    connect(quit_, &QAction::triggered, this, [quit = services.quit] { quit(); });
-
+    // Linux programs have no menu named after themselves: its items live in File and Help.
     QMenu* file = menuBar()->addMenu(tr("File"));
     record_ = file->addAction(QString());
     record_->setShortcut(QKeySequence(QStringLiteral("Ctrl+R")));
     connect(record_, &QAction::triggered, this, [this] { state_.toggleRecording(); });
     file->addSeparator();
-    QAction* close = file->addAction(tr("Close Window"));
-    close->setShortcut(QKeySequence::Close);
-    connect(close, &QAction::triggered, this, &QWidget::close);
+    settings_ = file->addAction(tr("Settings…"));
+    settings_->setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
+    connect(settings_, &QAction::triggered, this,
+            [open = services.openWindow] { open(QStringLiteral("settings")); });
+    checkForUpdates_ = new CheckForUpdatesCommand(*services.updater, file);
+    file->addAction(checkForUpdates_);
+    file->addSeparator();
+    close_ = file->addAction(tr("Close Window"));
+    close_->setShortcut(QKeySequence::Close);
+    connect(close_, &QAction::triggered, this, &QWidget::close);
+    quit_ = file->addAction(tr("Quit"));
+    quit_->setShortcut(QKeySequence::Quit);
+    connect(quit_, &QAction::triggered, this, [quit = services.quit] { quit(); });
 
     QMenu* helpMenu = menuBar()->addMenu(tr("Help"));
     help_ = new HelpMenuButton(services.openWindow, helpMenu);
+    helpMenu->addSeparator();
+    about_ = helpMenu->addAction(tr("About Brightwave Record"));
+    connect(about_, &QAction::triggered, this,
+            [open = services.openWindow] { open(QStringLiteral("about")); });
 
     connect(&state_, &AppState::isRecordingChanged, this, &MainWindow::updateRecordAction);
     updateRecordAction();
@@ -56,6 +58,20 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
 
 QAction* MainWindow::checkForUpdatesAction() const {
     return checkForUpdates_;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    const bool recordingGoesOn = state_.isRecording() || state_.isStartingRecording();
+    if (recordingGoesOn && trayAvailable_ && !trayAvailable_()) {
+        event->ignore();
+        showMinimized();
+        if (!minimiseExplained_) {
+            minimiseExplained_ = true;
+            content_->showStatusNotice(tr("Recording · minimised: no system tray here"));
+        }
+        return;
+    }
+    QMainWindow::closeEvent(event);
 }
 
 void MainWindow::updateRecordAction() {

@@ -4,24 +4,25 @@
 #include <QGuiApplication>
 #include <QPushButton>
 #include <QScreen>
-#include <QSystemTrayIcon>
 #include <algorithm>
 
 #include "app/AppState.h"
 #include "app/shell/MenuBarLabelView.h"
 #include "app/shell/RecordingMenuBarView.h"
+#include "app/shell/StatusNotifierItem.h"
 #include "interface/SymbolImages.h"
 #include "interface/Theme.h"
 
 namespace bw {
 
 MenuBarExtra::MenuBarExtra(AppState& state, RecordingTimer& timer, AudioLevelTracker& levels,
-                           OpenWindow openWindow, QObject* parent)
+                           OpenWindow openWindow, QDBusConnection bus, QObject* parent)
     : QObject(parent),
       state_(state),
       timer_(timer),
       levels_(levels),
-      openWindow_(std::move(openWindow)) {
+      openWindow_(std::move(openWindow)),
+      bus_(std::move(bus)) {
     connect(&state_, &AppState::isRecordingChanged, this, &MenuBarExtra::sync);
     sync();
 }
@@ -40,37 +41,50 @@ void MenuBarExtra::sync() {
 
 void MenuBarExtra::insert() {
     label_ = std::make_unique<MenuBarLabelView>(timer_);
-    trayIcon_ = std::make_unique<QSystemTrayIcon>(
-        SymbolImages::icon(QStringLiteral("record.circle.fill"), Theme::signalRed()));
-    connect(label_.get(), &MenuBarLabelView::textChanged, this, &MenuBarExtra::updateToolTip);
-    connect(trayIcon_.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason != QSystemTrayIcon::Trigger && reason != QSystemTrayIcon::Context) {
-                    return;
-                }
-                if (panel_) {
-                    closePanel();
-                    return;
-                }
-                const QRect at = trayIcon_->geometry();
-                openPanel(at.isValid() ? at.bottomLeft() : QCursor::pos());
-            });
-    updateToolTip();
-    trayIcon_->show();
+    item_ = std::make_unique<StatusNotifierItem>(QStringLiteral("com.tallowfields.BrightwaveRecord"),
+                                                 bus_);
+    // "media-record" is in every freedesktop icon theme; the drawing serves hosts without one.
+    item_->setIcon(QStringLiteral("media-record"),
+                   SymbolImages::pixmap(QStringLiteral("record.circle.fill"), QSize(48, 48),
+                                        Theme::signalRed(), 1.0)
+                       .toImage());
+    connect(label_.get(), &MenuBarLabelView::textChanged, this, &MenuBarExtra::updateTime);
+    const auto togglePanel = [this](const QPoint& at) {
+        if (panel_) {
+            closePanel();
+            return;
+        }
+        openPanel(at.isNull() ? QCursor::pos() : at);
+    };
+    connect(item_.get(), &StatusNotifierItem::activated, this, togglePanel);
+    connect(item_.get(), &StatusNotifierItem::contextRequested, this, togglePanel);
+    updateTime();
     emit insertedChanged(true);
 }
 
 void MenuBarExtra::remove() {
     closePanel();
-    trayIcon_.reset();
+    item_.reset();
     label_.reset();
     emit insertedChanged(false);
 }
 
-void MenuBarExtra::updateToolTip() {
-    if (trayIcon_ && label_) {
-        trayIcon_->setToolTip(label_->accessibleLabel());
+void MenuBarExtra::updateTime() {
+    if (!item_ || !label_) {
+        return;
     }
+    const QString time = label_->text();
+    const QString named = label_->accessibleLabel();
+    item_->setTitle(named);
+    item_->setToolTip(named, QString());
+    // The guide is the widest text of the same shape, so the label keeps its width.
+    QString guide = time;
+    for (QChar& c : guide) {
+        if (c.isDigit()) {
+            c = QLatin1Char('0');
+        }
+    }
+    item_->setLabel(time, guide);
 }
 
 void MenuBarExtra::openPanel(const QPoint& anchor) {

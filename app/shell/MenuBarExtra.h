@@ -1,11 +1,10 @@
 #pragma once
 
+#include <QDBusConnection>
 #include <QObject>
 #include <QPointer>
 #include <functional>
 #include <memory>
-
-class QSystemTrayIcon;
 
 namespace bw {
 
@@ -14,12 +13,14 @@ class AudioLevelTracker;
 class MenuBarLabelView;
 class RecordingMenuBarView;
 class RecordingTimer;
+class StatusNotifierItem;
 
-/// The tray item of a running recording (a StatusNotifierItem through `QSystemTrayIcon`): the
-/// record symbol with the elapsed time as its tooltip and accessible name, and a click that
-/// opens `RecordingMenuBarView` as a popup. It is inserted exactly while `isRecording` is true,
-/// so it exists neither while a recording starts nor while it stops; nothing else can insert or
-/// remove it. Everything given must outlive it. GUI thread only.
+/// The tray item of a running recording (our `StatusNotifierItem` on `bus`): the record symbol
+/// with the elapsed time as its label where the host draws one, and "Brightwave Record,
+/// recording, " and the time as its title and tooltip everywhere; the host's click opens
+/// `RecordingMenuBarView` as a popup. It is inserted exactly while `isRecording` is true, so it
+/// exists neither while a recording starts nor while it stops; nothing else can insert or remove
+/// it. Everything given must outlive it. GUI thread only.
 class MenuBarExtra : public QObject {
     Q_OBJECT
 
@@ -27,12 +28,12 @@ public:
     using OpenWindow = std::function<void(const QString& id)>;
 
     MenuBarExtra(AppState& state, RecordingTimer& timer, AudioLevelTracker& levels,
-                 OpenWindow openWindow, QObject* parent = nullptr);
+                 OpenWindow openWindow, QDBusConnection bus, QObject* parent = nullptr);
     ~MenuBarExtra() override;
 
-    bool isInserted() const { return trayIcon_ != nullptr; }
+    bool isInserted() const { return item_ != nullptr; }
     /// The item while inserted, else null.
-    QSystemTrayIcon* trayIcon() const { return trayIcon_.get(); }
+    StatusNotifierItem* item() const { return item_.get(); }
     MenuBarLabelView* label() const { return label_.get(); }
     /// The open panel, else null.
     RecordingMenuBarView* panel() const;
@@ -49,13 +50,14 @@ private:
     void sync();
     void insert();
     void remove();
-    void updateToolTip();
+    void updateTime();
 
     AppState& state_;
     RecordingTimer& timer_;
     AudioLevelTracker& levels_;
     OpenWindow openWindow_;
-    std::unique_ptr<QSystemTrayIcon> trayIcon_;
+    QDBusConnection bus_;
+    std::unique_ptr<StatusNotifierItem> item_;
     std::unique_ptr<MenuBarLabelView> label_;
     QPointer<RecordingMenuBarView> panel_;
 };

@@ -81,8 +81,8 @@ TEST(RecordingFlowTest, OnlyATickedMicrophoneAsksForAccessAndARefusalEndsTheStar
         EXPECT_EQ(rig.engines.made.size(), c.records ? 1u : 0u);
         if (!c.records) {
             EXPECT_EQ(rig.state->errorMessage(),
-                      QString("Microphone access was denied. Allow it in System Settings → Privacy "
-                              "& Security → Microphone."));
+                      QString("Microphone access was denied. Allow it in your desktop’s privacy "
+                              "settings, under Microphone."));
             rig.grantMicrophone = true;
             QSignalSpy errors(rig.state.get(), &AppState::errorMessageChanged);
             QCoro::waitFor(rig.state->startRecording());

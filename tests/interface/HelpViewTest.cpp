@@ -48,9 +48,8 @@ TEST(HelpViewTest, TextsKeepTheirTypographicQuotesAndDashes) {
         EXPECT_TRUE(all.contains(expected)) << expected.toStdString();
     }
     const QString joined = all.join('\n');
-    EXPECT_TRUE(joined.contains("in the menu bar — click it any time to stop."));
-    EXPECT_TRUE(joined.contains("System Settings → Privacy & Security"));
-    EXPECT_TRUE(joined.contains("under “Screen & System Audio Recording”"));
+    EXPECT_TRUE(joined.contains("in the system tray — click it any time to stop."));
+    EXPECT_TRUE(joined.contains("PipeWire, your desktop’s audio service. If a recording can’t"));
 }
 
 }  // namespace

@@ -219,13 +219,14 @@ TEST(SegmentedMeterTest, AccessibilitySpeaksLevelPercentAndClipping) {
     struct Case {
         float level;
         const char* value;
+        int current;  // the value interface's number
     };
     const std::vector<Case> cases = {
-        {0.0f, "0 percent"},
-        {0.257f, "25 percent"},  // cut, not rounded
-        {0.999f, "99 percent, clipping"},
-        {1.3f, "100 percent, clipping"},
-        {0.5f, "50 percent, clipping"},  // the lamp still holds
+        {0.0f, "0 percent", 0},
+        {0.257f, "25 percent", 25},  // cut, not rounded
+        {0.999f, "99 percent, clipping", 99},
+        {1.3f, "100 percent, clipping", 100},
+        {0.5f, "50 percent, clipping", 50},  // the lamp still holds
     };
     ManualConsoleClock clock;
     SegmentedMeter meter;
@@ -234,9 +235,13 @@ TEST(SegmentedMeterTest, AccessibilitySpeaksLevelPercentAndClipping) {
     ASSERT_NE(accessible, nullptr);
     EXPECT_EQ(accessible->text(QAccessible::Name), QString("Recording level"));
     EXPECT_EQ(accessible->childCount(), 0);
+    QAccessibleValueInterface* value = accessible->valueInterface();
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(value->maximumValue().toInt(), 100);
     for (const auto& c : cases) {
         meter.setLevel(c.level);
         EXPECT_EQ(accessible->text(QAccessible::Value), QString(c.value)) << c.level;
+        EXPECT_EQ(value->currentValue().toInt(), c.current) << c.level;
     }
     clock.advance(SegmentedMeter::clipHold);
     EXPECT_EQ(accessible->text(QAccessible::Value), QString("50 percent"));

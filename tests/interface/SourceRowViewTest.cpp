@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QApplication>
 #include <QEnterEvent>
 #include <QLabel>
@@ -144,6 +145,50 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     EXPECT_TRUE(row->lamp()->isArmed());
     rig.tick({"system"});
     EXPECT_FALSE(row->lamp()->isArmed());
+}
+
+/// Every object a screen reader can reach under `node`.
+void collectAccessible(QAccessibleInterface* node, QList<QObject*>& found) {
+    for (int i = 0; node && i < node->childCount(); ++i) {
+        QAccessibleInterface* child = node->child(i);
+        found.append(child->object());
+        collectAccessible(child, found);
+    }
+}
+
+TEST(SourceRowViewTest, AScreenReaderTicksTheRowAndHearsTheFaderButNotItsEchoes) {
+    test::ViewRig rig;
+    rig.listSome();
+    auto row = makeRow(rig, rig.app(0));
+    row->show();
+    QAccessibleInterface* tick = QAccessible::queryAccessibleInterface(row->tickArea());
+    ASSERT_NE(tick->actionInterface(), nullptr);
+    // Orca's "Toggle" toggles the box without a click.
+    tick->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+    EXPECT_TRUE(rig.state->selectedSourceIDs().contains("app:org.example.Player"));
+    EXPECT_TRUE(row->volumeArea()->isVisible());
+    EXPECT_TRUE(tick->state().checked);
+
+    QList<QObject*> reachable;
+    collectAccessible(QAccessible::queryAccessibleInterface(row.get()), reachable);
+    EXPECT_TRUE(reachable.contains(row->tickArea()));
+    EXPECT_TRUE(reachable.contains(row->fader()));
+    EXPECT_FALSE(reachable.contains(row->percentageLabel())) << "the fader speaks it";
+    EXPECT_FALSE(reachable.contains(row->placeholder()));
+
+    QAccessibleValueInterface* value =
+        QAccessible::queryAccessibleInterface(row->fader())->valueInterface();
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(value->currentValue().toInt(), 100);
+    EXPECT_EQ(value->minimumValue().toInt(), 0);
+    EXPECT_EQ(value->maximumValue().toInt(), 150);
+    value->setCurrentValue(50);
+    EXPECT_FLOAT_EQ(rig.state->volume("app:org.example.Player"), 0.5f);
+    EXPECT_EQ(row->percentageLabel()->text(), "50%");
+
+    tick->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+    EXPECT_TRUE(rig.state->selectedSourceIDs().empty());
+    EXPECT_FALSE(tick->state().checked);
 }
 
 TEST(SourceRowViewTest, FaderMovesReachSetVolumeAtEveryChange) {

@@ -5,13 +5,20 @@
 #include <QMenu>
 #include <QTest>
 
+#include <QMenuBar>
 #include <QPushButton>
+#include <QTabWidget>
+
 #include "app/shell/HelpMenuButton.h"
 #include "app/shell/RecordingMenuBarView.h"
 #include "interface/ContentView.h"
+#include "interface/AboutSettingsView.h"
+#include "interface/GeneralSettingsView.h"
 #include "interface/RecordButton.h"
+#include "interface/SettingsView.h"
 #include "tests/app/shell/ShellRig.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
 namespace {
@@ -70,19 +77,50 @@ TEST(BrightwaveRecordAppTest, TheDesktopsWishForLessMotionReachesTheRecordKey) {
     }
 }
 
-TEST(BrightwaveRecordAppTest, HelpMenuItemsOpenHelpAndTheWalkthrough) {
+/// The texts of `menu`'s items in order, separators as "-".
+QStringList itemTexts(const QMenu* menu) {
+    QStringList texts;
+    for (const QAction* action : menu->actions()) {
+        texts << (action->isSeparator() ? QStringLiteral("-") : action->text());
+    }
+    return texts;
+}
+
+TEST(BrightwaveRecordAppTest, TheMenusAreFileAndHelpAndEachItemOpensItsWindow) {
     ShellRig rig;
     rig.launch();
+    QStringList titles;
+    std::map<QString, const QMenu*> menus;
+    for (const QAction* action : rig.main()->menuBar()->actions()) {
+        titles << action->text();
+        menus[action->text()] = action->menu();
+    }
+    EXPECT_EQ(titles, QStringList({"File", "Help"}));
+    EXPECT_EQ(itemTexts(menus["File"]),
+              QStringList({"Start Recording", "-", "Settings…", "Check for Updates…", "-",
+                           "Close Window", "Quit"}));
+    EXPECT_EQ(itemTexts(menus["Help"]), QStringList({"Brightwave Record Help", "Welcome Tour…",
+                                                     "-", "About Brightwave Record"}));
+
     HelpMenuButton* help = rig.main()->helpMenu();
-    EXPECT_EQ(help->helpAction()->text(), QStringLiteral("Brightwave Record Help"));
     EXPECT_EQ(help->helpAction()->shortcut(), QKeySequence(QStringLiteral("Ctrl+?")));
-    help->helpAction()->trigger();
-    EXPECT_NE(rig.app->window(QStringLiteral("help")), nullptr);
-    EXPECT_EQ(help->welcomeTourAction()->text(), QStringLiteral("Welcome Tour…"));
-    help->welcomeTourAction()->trigger();
-    EXPECT_NE(rig.app->window(QStringLiteral("onboarding")), nullptr);
-    rig.main()->settingsAction()->trigger();
-    EXPECT_NE(rig.app->window(QStringLiteral("settings")), nullptr);
+    const struct {
+        QAction* item;
+        const char* opens;
+    } items[] = {{help->helpAction(), "help"},
+                 {help->welcomeTourAction(), "onboarding"},
+                 {rig.main()->settingsAction(), "settings"}};
+    for (const auto& c : items) {
+        c.item->trigger();
+        EXPECT_NE(rig.app->window(QString::fromLatin1(c.opens)), nullptr) << c.opens;
+    }
+    auto* settings = qobject_cast<SettingsView*>(rig.app->window(QStringLiteral("settings")));
+    ASSERT_NE(settings, nullptr);
+    const auto shownTab = [&] { return settings->tabs()->currentWidget(); };
+    EXPECT_EQ(shownTab(), static_cast<QWidget*>(settings->general()));
+    rig.main()->aboutAction()->trigger();
+    EXPECT_EQ(shownTab(), static_cast<QWidget*>(settings->about()));
+    EXPECT_EQ(std::count(rig.madeScenes.begin(), rig.madeScenes.end(), "settings"), 1);
 }
 
 TEST(BrightwaveRecordAppTest, CheckForUpdatesFollowsWhetherACheckCanStart) {
@@ -243,6 +281,7 @@ TEST(BrightwaveRecordAppTest, QuitDuringARecordingFinishesTheFileFirstAndAsksNot
 }  // namespace bw::test
 
 int main(int argc, char** argv) {
+    bw::test::PrivateSessionBus bus;
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);

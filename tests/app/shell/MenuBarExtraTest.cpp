@@ -8,9 +8,11 @@
 #include "app/shell/MenuBarLabelView.h"
 #include "app/shell/MenuBarLevelMeter.h"
 #include "app/shell/RecordingMenuBarView.h"
+#include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
 #include "tests/app/shell/ShellRig.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
 namespace {
@@ -36,13 +38,13 @@ TEST(MenuBarExtraTest, TheItemExistsExactlyWhileRecordingNotWhileStartingOrStopp
     rig.engines.last().finishStart();
     ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
     EXPECT_TRUE(rig.trayShown());
-    ASSERT_NE(rig.app->menuBarExtra()->trayIcon(), nullptr);
-    EXPECT_TRUE(rig.app->menuBarExtra()->trayIcon()->isVisible());
+    // The panel learns of it over the bus.
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
 
     rig.state->toggleRecording();
     ASSERT_TRUE(pumpUntil([&] { return rig.state->isStoppingRecording(); }));
     EXPECT_FALSE(rig.trayShown()) << "stopping";
-    EXPECT_EQ(rig.app->menuBarExtra()->trayIcon(), nullptr);
+    EXPECT_TRUE(rig.trayHost->items().empty()) << "the item's name has left the bus";
 
     rig.engines.last().finishStop();
     ASSERT_TRUE(pumpUntil([&] { return !rig.state->isBusy(); }));
@@ -64,24 +66,81 @@ TEST(MenuBarExtraTest, AFailureDuringTheRecordingRemovesTheItemAndTheMainWindowS
     EXPECT_EQ(rig.state->errorMessage(), QStringLiteral("The device went away."));
 }
 
-TEST(MenuBarExtraTest, TheLabelAndTooltipReadTheCompactTime) {
+TEST(MenuBarExtraTest, AHostReadsTheTimeAsLabelTitleAndTooltipAndItsClickOpensThePanel) {
     const struct {
         double seconds;
         const char* shown;
-    } cases[] = {{7, "00:07"}, {12 * 60 + 34, "12:34"}, {3600, "1:00:00"}};
+        const char* guide;
+    } cases[] = {{7, "00:07", "00:00"}, {12 * 60 + 34, "12:34", "00:00"},
+                 {3600, "1:00:00", "0:00:00"}};
     for (const auto& c : cases) {
         ShellRig rig;
         rig.launch();
         rig.startRecordingPlayer();
-        ASSERT_TRUE(pumpUntil([&] { return rig.trayShown(); }));
+        ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
         rig.clock->advance(std::chrono::milliseconds(static_cast<int>(c.seconds * 1000)));
         ASSERT_TRUE(pumpUntil([&] { return rig.timer.elapsed() >= c.seconds; }));
+        ASSERT_TRUE(
+            pumpUntil([&] { return rig.trayHost->announcedLabel() == QLatin1String(c.shown); }))
+            << c.shown;
 
-        const MenuBarExtra& extra = *rig.app->menuBarExtra();
-        const QString expected = QStringLiteral("Brightwave Record, recording, ") + c.shown;
-        EXPECT_EQ(extra.label()->text(), QString::fromLatin1(c.shown));
-        EXPECT_EQ(extra.label()->accessibleName(), expected);
-        EXPECT_EQ(extra.trayIcon()->toolTip(), expected);
+        const FakeTrayHost& host = *rig.trayHost;
+        const QString named = QStringLiteral("Brightwave Record, recording, ") + c.shown;
+        EXPECT_EQ(rig.app->menuBarExtra()->label()->accessibleName(), named);
+        EXPECT_EQ(host.property("XAyatanaLabel").toString(), QLatin1String(c.shown));
+        EXPECT_EQ(host.property("XAyatanaLabelGuide").toString(), QLatin1String(c.guide));
+        EXPECT_EQ(host.property("Title").toString(), named);
+        EXPECT_EQ(host.toolTipTitle(), named);
+        EXPECT_EQ(host.property("IconName").toString(), "media-record");
+        EXPECT_EQ(host.property("Status").toString(), "Active");
+        EXPECT_FALSE(host.iconImage().isNull()) << "a drawn icon for hosts without the theme";
+    }
+
+    ShellRig rig;
+    rig.launch();
+    rig.startRecordingPlayer();
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
+    ASSERT_TRUE(rig.trayHost->callItem(QStringLiteral("Activate"), 40, 30));
+    ASSERT_NE(rig.app->menuBarExtra()->panel(), nullptr);
+    EXPECT_TRUE(rig.app->menuBarExtra()->panel()->isVisible());
+    ASSERT_TRUE(rig.trayHost->callItem(QStringLiteral("Activate"), 40, 30));
+    EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr) << "a second click closes it";
+    ASSERT_TRUE(rig.trayHost->callItem(QStringLiteral("ContextMenu"), 40, 30));
+    EXPECT_NE(rig.app->menuBarExtra()->panel(), nullptr);
+}
+
+TEST(MenuBarExtraTest, ClosingTheWindowDuringARecordingMinimisesItOnlyWhereNoTrayShows) {
+    for (const bool withTray : {true, false}) {
+        ShellRig rig(false, withTray);
+        rig.launch();
+        EXPECT_EQ(rig.app->trayHostWatch()->isAvailable(), withTray);
+        rig.startRecordingPlayer();
+        ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+        const QString recording = rig.main()->contentView()->statusText();
+
+        rig.main()->close();
+        pumpFor(20);
+        EXPECT_TRUE(rig.state->isRecording());
+        EXPECT_EQ(rig.terminations, 0);
+        if (withTray) {
+            EXPECT_EQ(rig.main(), nullptr) << "the tray leads back";
+            continue;
+        }
+        ASSERT_NE(rig.main(), nullptr) << "nothing else would lead back";
+        EXPECT_TRUE(rig.main()->isMinimized());
+        EXPECT_EQ(rig.main()->contentView()->statusText(),
+                  QStringLiteral("Recording · minimised: no system tray here"));
+        // Said once: a second close minimises without a word.
+        rig.app->openWindow(QStringLiteral("main"));
+        rig.main()->contentView()->showStatusNotice(QString());
+        rig.main()->close();
+        EXPECT_TRUE(rig.main()->isMinimized());
+        EXPECT_EQ(rig.main()->contentView()->statusText(), recording);
+
+        rig.state->toggleRecording();
+        ASSERT_TRUE(pumpUntil([&] { return !rig.state->isBusy(); }));
+        rig.main()->close();
+        ASSERT_TRUE(pumpUntil([&] { return rig.terminations == 1; })) << "idle: it ends";
     }
 }
 
@@ -150,6 +209,7 @@ TEST(MenuBarExtraTest, ThePanelMeterStartsAtZeroAndFollowsTheMixFromTheNextStep)
 }  // namespace bw::test
 
 int main(int argc, char** argv) {
+    bw::test::PrivateSessionBus bus;
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);

@@ -1,20 +1,24 @@
 #pragma once
 
 #include <QLabel>
-#include <QSystemTrayIcon>
 
 #include "app/UpdaterService.h"
 #include "app/shell/BrightwaveRecordApp.h"
 #include "app/shell/MainWindow.h"
 #include "app/shell/MenuBarExtra.h"
+#include "app/shell/TrayHostWatch.h"
+#include "tests/app/shell/FakeTrayHost.h"
+#include "interface/SettingsView.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/ViewRig.h"
 
 namespace bw::test {
 
-/// The application object on the fake state of `ViewRig`, with stand-in content for the
-/// secondary windows and a `terminate` that only counts.
+/// The application object on the fake state of `ViewRig`, with the real settings and stand-in
+/// content for the other secondary windows, a `terminate` that only counts, and a tray host
+/// stand-in on the session bus (the test program's private one) unless told otherwise.
 struct ShellRig : ViewRig {
+    std::unique_ptr<FakeTrayHost> trayHost;
     // Nothing listens on this port; no test here starts a check.
     UpdaterService updater{QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")),
                            QStringLiteral("1.0")};
@@ -22,7 +26,10 @@ struct ShellRig : ViewRig {
     std::vector<QString> madeScenes;
     std::unique_ptr<BrightwaveRecordApp> app;
 
-    explicit ShellRig(bool reduceMotion = false) {
+    explicit ShellRig(bool reduceMotion = false, bool withTray = true) {
+        if (withTray) {
+            trayHost = std::make_unique<FakeTrayHost>();
+        }
         BrightwaveRecordApp::Dependencies d;
         d.reduceMotion = reduceMotion;
         d.state = state.get();
@@ -33,6 +40,9 @@ struct ShellRig : ViewRig {
         d.clock = &consoleClock;
         d.makeSceneContent = [this](const QString& id) -> QWidget* {
             madeScenes.push_back(id);
+            if (id == QLatin1String("settings")) {
+                return new SettingsView(*state, updater);
+            }
             auto* content = new QLabel(id);
             content->setFixedSize(320, 200);
             return content;
@@ -55,6 +65,7 @@ struct ShellRig : ViewRig {
         const int before = listings->processCalls;
         app->openWindow(QStringLiteral("main"));
         pumpUntil([&] { return listings->processCalls > before && !state->appSources().empty(); });
+        pumpUntil([&] { return app->trayHostWatch()->isAvailable() == bool(trayHost); });
     }
 
     /// Ticks the listed player and starts, the engine's start and stop as `script` holds them.

@@ -15,6 +15,7 @@
 #include "interface/Theme.h"
 #include "tests/app/shell/ShellRig.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
+#include "tests/support/PrivateSessionBus.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw::test {
@@ -72,6 +73,7 @@ TEST(ShellScreenshotsTest, TheProgramIconIsTheSameDrawingAtEverySize) {
 }  // namespace bw::test
 
 int main(int argc, char** argv) {
+    bw::test::PrivateSessionBus bus;
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
