@@ -1,7 +1,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build run test test-tsan bench install clean format
+.PHONY: deps configure build run test test-tsan bench install translations clean format
 
 deps:
 	@scripts/install-deps
@@ -34,6 +34,10 @@ test-tsan: deps
 
 bench: build
 	@bench/run-all $(BUILD)
+
+# Extracts every text a user reads into the translators' catalogue (translations/*.ts).
+translations: deps
+	@scripts/translations
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -11,6 +11,7 @@
 #include "app/MainThreadCompletion.h"
 #include "app/OffMainThread.h"
 #include "app/OutputNaming.h"
+#include "app/SharedResult.h"
 #include "engine/RecordingFormat.h"
 
 namespace bw {
@@ -218,6 +219,38 @@ void AppState::flashSelectionHint() {
         [this](CancellationToken token) { return hideSelectionHintLater(std::move(token)); });
 }
 
+namespace {
+
+QCoro::Task<void> deliver(SharedResult<bool> answer, std::function<QCoro::Task<bool>()> requester) {
+    const bool granted = co_await requester();
+    answer.set(granted);
+}
+
+QCoro::Task<void> refuseAfter(SharedResult<bool> answer, std::shared_ptr<Clock> clock,
+                              std::chrono::milliseconds duration, CancellationToken cancellation) {
+    const bool slept = co_await clock->sleep(duration, cancellation);
+    if (slept) {
+        answer.set(false);
+    }
+}
+
+}  // namespace
+
+QCoro::Task<bool> AppState::askForMicrophone() {
+    // A desktop dialog that never answers must not leave the start hanging: silence is a no.
+    SharedResult<bool> answer;
+    TaskHandle asking =
+        TaskHandle::start([answer, requester = microphonePermissionRequester_](CancellationToken) {
+            return deliver(answer, requester);
+        });
+    TaskHandle limit = TaskHandle::start([answer, clock = clock_](CancellationToken token) {
+        return refuseAfter(answer, clock, kMicrophoneAnswerLimit, std::move(token));
+    });
+    const bool granted = co_await answer;
+    limit.cancel();
+    co_return granted;
+}
+
 QCoro::Task<void> AppState::hideSelectionHintLater(CancellationToken cancellation) {
     QPointer<AppState> self(this);
     auto clock = clock_;
@@ -262,7 +295,7 @@ QCoro::Task<void> AppState::startRecording() {
 
     const auto wanted = selectedSources();
     if (std::any_of(wanted.begin(), wanted.end(), isMicrophone)) {
-        const bool granted = co_await microphonePermissionRequester_();
+        const bool granted = co_await askForMicrophone();
         if (!self) {
             co_return;
         }
@@ -487,18 +520,21 @@ void AppState::dismissSourceWarning(const QString& warning) {
 void AppState::setPassthroughEnabled(bool enabled) {
     passthroughEnabled_ = enabled;
     defaults_->setValue(kPassthroughEnabledKey, enabled);
+    defaults_->sync();  // on disk now, however the program ends
     emit passthroughEnabledChanged();
 }
 
 void AppState::setRecordingFormatRaw(const QString& raw) {
     recordingFormatRaw_ = raw;
     defaults_->setValue(kRecordingFormatKey, raw);
+    defaults_->sync();  // on disk now, however the program ends
     emit recordingFormatRawChanged();
 }
 
 void AppState::setRecordingsFolderPath(const QString& path) {
     recordingsFolderPath_ = path;
     defaults_->setValue(kRecordingsFolderPathKey, path);
+    defaults_->sync();  // on disk now, however the program ends
     emit recordingsFolderPathChanged();
 }
 
@@ -508,6 +544,7 @@ bool AppState::hasCompletedOnboarding() const {
 
 void AppState::markOnboardingCompleted() {
     defaults_->setValue(kHasCompletedOnboardingKey, true);
+    defaults_->sync();  // on disk now, however the program ends
 }
 
 QUrl AppState::recordingsFolderURL() const {

@@ -74,6 +74,8 @@ public:
 
     static constexpr auto kSourceRefreshInterval = std::chrono::seconds(5);
     static constexpr auto kSelectionHintDuration = std::chrono::seconds(3);
+    /// How long a start waits for the desktop's answer on the microphone; silence is a no.
+    static constexpr auto kMicrophoneAnswerLimit = std::chrono::seconds(10);
     static constexpr auto kLevelStepInterval = std::chrono::milliseconds(100);
     static constexpr auto kTerminationPollInterval = std::chrono::milliseconds(10);
     /// A meter falls by this factor per level step, and to 0 below the floor.
@@ -243,6 +245,8 @@ private:
 
     QCoro::Task<void> refreshPeriodically(CancellationToken cancellation);
     QCoro::Task<void> hideSelectionHintLater(CancellationToken cancellation);
+    /// The microphone requester's answer, or false once `kMicrophoneAnswerLimit` has passed.
+    QCoro::Task<bool> askForMicrophone();
     QCoro::Task<void> stepLevels(CancellationToken cancellation);
     static QCoro::Task<void> finishEngineStop(std::shared_ptr<RecordingEngineSession> engine,
                                               SharedResult<QUrl> stopped);

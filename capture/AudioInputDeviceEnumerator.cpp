@@ -9,7 +9,9 @@
 namespace bw {
 
 namespace {
-bool startsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+bool startsWith(const std::string& text, const char* prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
 }  // namespace
 
 std::vector<AudioInputDeviceEnumerator::InputDevice> AudioInputDeviceEnumerator::listInputDevices(
@@ -33,7 +35,8 @@ std::vector<AudioInputDeviceEnumerator::InputDevice> AudioInputDeviceEnumerator:
         }
         auto name = readStringProperty(hardware, kAudioObjectPropertyName,
                                        kAudioObjectPropertyScopeGlobal, device);
-        const std::string shownName = name ? name.value() : localized("Unknown Device");
+        const std::string shownName =
+            name ? name.value() : localized("AudioInputDeviceEnumerator", "Unknown Device");
         if (startsWith(uid.value(), "BrightwaveRecord-") ||
             startsWith(uid.value(), "CADefaultDeviceAggregate") ||
             startsWith(shownName, "CADefaultDeviceAggregate")) {
@@ -41,9 +44,10 @@ std::vector<AudioInputDeviceEnumerator::InputDevice> AudioInputDeviceEnumerator:
         }
         devices.push_back(InputDevice{device, uid.value(), shownName});
     }
-    std::stable_sort(devices.begin(), devices.end(), [](const InputDevice& a, const InputDevice& b) {
-        return localizedCaseInsensitiveCompare(a.name, b.name) < 0;
-    });
+    std::stable_sort(devices.begin(), devices.end(),
+                     [](const InputDevice& a, const InputDevice& b) {
+                         return localizedCaseInsensitiveCompare(a.name, b.name) < 0;
+                     });
     return devices;
 }
 

@@ -1,9 +1,9 @@
 #include "capture/SystemAudioPermission.h"
 
+#include <qcoro/qcorofuture.h>
 #include <QFuture>
 #include <QPointer>
 #include <QPromise>
-#include <qcoro/qcorofuture.h>
 
 #include "platform/dispatch/WorkPool.h"
 
@@ -35,6 +35,7 @@ QCoro::Task<void> SystemAudioPermission::recheck() {
     }
     setStatus(result);
     defaults_->setValue(kAttemptedKey, true);
+    defaults_->sync();  // on disk now, however the program ends
 }
 
 QCoro::Task<SystemAudioPermission::Status> SystemAudioPermission::attempt(

@@ -23,19 +23,20 @@ void BoundedBufferScheduler::schedule(std::shared_ptr<PCMBuffer> buffer,
             reportedOverrun_ = true;
             guard.unlock();
             if (onOverrun) {
-                onOverrun(localized("Recording stopped because audio capture could not keep up."));
+                onOverrun(localized("BoundedBufferScheduler",
+                                    "Recording stopped because audio capture could not keep up."));
             }
             return;
         }
         ++pendingBuffers_;
     }
-    const bool queued = player_->scheduleBuffer(std::move(buffer),
-                            AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
-                            [weak = weak_from_this()] {
-                                if (auto self = weak.lock()) {
-                                    self->bufferPlayedBack();
-                                }
-                            });
+    const bool queued = player_->scheduleBuffer(
+        std::move(buffer), AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
+        [weak = weak_from_this()] {
+            if (auto self = weak.lock()) {
+                self->bufferPlayedBack();
+            }
+        });
     if (!queued) {
         bufferPlayedBack();  // a player outside a graph never completes
     }

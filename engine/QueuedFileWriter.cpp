@@ -24,7 +24,8 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
             reportedFailure_ = true;
             guard.unlock();
             if (onFailure) {
-                onFailure(localized("Recording stopped because writing could not keep up."));
+                onFailure(localized("QueuedFileWriter",
+                                    "Recording stopped because writing could not keep up."));
             }
             return;
         }
@@ -33,7 +34,8 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
     auto copy = copyOfBuffer(buffer);
     if (!copy) {
         returnSlot();
-        report(localized("Recording failed while preparing audio for writing."), onFailure);
+        report(localized("QueuedFileWriter", "Recording failed while preparing audio for writing."),
+               onFailure);
         return;
     }
     // The write keeps the writer alive: a buffer once accepted reaches the file even when the
@@ -41,9 +43,10 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
     queue_->async([self = shared_from_this(), copy = std::move(copy), onFailure] {
         if (self->file_) {
             if (auto written = self->file_->write(*copy); !written) {
-                self->report(localized("Recording failed while writing the file.") + " " +
-                                 written.error().localizedDescription(),
-                             onFailure);
+                self->report(
+                    localized("QueuedFileWriter", "Recording failed while writing the file.") +
+                        " " + written.error().localizedDescription(),
+                    onFailure);
             } else {
                 self->framesWritten_.fetch_add(copy->frameLength());
             }

@@ -106,8 +106,8 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     // 1. A capture per source, in order; a failing source only leaves its failure text.
     std::vector<std::pair<RecordingSource, std::shared_ptr<Capture>>> started;
     for (const auto& source : configuration_.sources) {
-        auto capture = captureFactory_ ? captureFactory_(source, configuration_.passthroughEnabled)
-                                       : nullptr;
+        auto capture =
+            captureFactory_ ? captureFactory_(source, configuration_.passthroughEnabled) : nullptr;
         if (!capture) {
             continue;
         }
@@ -154,16 +154,19 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     }
     if (folderError) {
         silenceAndStopCaptures();
-        return Unexpected(makeError(RecordingEngineError::fileCreationFailed(makeError(SystemError(
-            localized("Could not create the folder") + " “" + folder.string() + "”", folderError)))));
+        return Unexpected(makeError(RecordingEngineError::fileCreationFailed(
+            makeError(SystemError(localized("RecordingEngine", "Could not create the folder") +
+                                      " “" + folder.string() + "”",
+                                  folderError)))));
     }
     auto file = AudioFile::createForWriting(
-        configuration_.fileURL, configuration_.format.fileSettings(canonicalFormat_.sampleRate(),
-                                                                   canonicalFormat_.channelCount()));
+        configuration_.fileURL,
+        configuration_.format.fileSettings(canonicalFormat_.sampleRate(),
+                                           canonicalFormat_.channelCount()));
     if (!file) {
         silenceAndStopCaptures();
-        return Unexpected(makeError(
-            RecordingEngineError::fileCreationFailed(makeError(AVError(file.error())))));
+        return Unexpected(
+            makeError(RecordingEngineError::fileCreationFailed(makeError(AVError(file.error())))));
     }
     fileWriter_ = std::make_shared<QueuedFileWriter>(std::move(file).value(),
                                                      QueuedFileWriter::kMaxPendingBuffers);
@@ -228,8 +231,9 @@ void RecordingEngine::restartAfterConfigurationChange() {
     }
     engine_->prepare();
     if (auto restarted = engine_->start(); !restarted) {
-        reportFailure(localized("Recording stopped because the audio output changed.") + " " +
-                      restarted.error().localizedDescription());
+        reportFailure(
+            localized("RecordingEngine", "Recording stopped because the audio output changed.") +
+            " " + restarted.error().localizedDescription());
         return;
     }
     for (const auto& active : activeSources_) {

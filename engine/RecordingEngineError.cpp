@@ -15,7 +15,8 @@ RecordingEngineError RecordingEngineError::fileCreationFailed(ErrorRef underlyin
 
 std::string RecordingEngineError::localizedDescription() const {
     if (const auto* none = std::get_if<NoSourcesStarted>(&reason_)) {
-        std::string text = localized("No audio source could be started.") + "\n";
+        std::string text =
+            localized("RecordingEngineError", "No audio source could be started.") + "\n";
         bool first = true;
         for (const auto& [id, failure] : none->failures) {
             if (!first) {
@@ -27,7 +28,7 @@ std::string RecordingEngineError::localizedDescription() const {
         return text;
     }
     const auto& file = std::get<FileCreationFailed>(reason_);
-    return localized("Could not create the recording file.") + " " +
+    return localized("RecordingEngineError", "Could not create the recording file.") + " " +
            (file.underlying ? file.underlying->localizedDescription() : std::string());
 }
 

@@ -29,11 +29,11 @@ std::string RecordingFormat::rawValue() const {
 std::string RecordingFormat::displayName() const {
     switch (value_) {
         case m4a:
-            return localized("Normal — smaller files (AAC, .m4a)");
+            return localized("RecordingFormat", "Normal — smaller files (AAC, .m4a)");
         case wav:
-            return localized("Uncompressed — very large files (WAV, .wav)");
+            return localized("RecordingFormat", "Uncompressed — very large files (WAV, .wav)");
         case aiff:
-            return localized("Uncompressed — very large files (AIFF, .aiff)");
+            return localized("RecordingFormat", "Uncompressed — very large files (AIFF, .aiff)");
     }
     return {};
 }

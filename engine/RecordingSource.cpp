@@ -11,7 +11,8 @@ std::size_t combine(std::size_t seed, std::size_t value) {
 }  // namespace
 
 RecordingSource RecordingSource::systemAudio() {
-    return RecordingSource{kSystemID, SystemAudio{}, localized("System Audio"), false};
+    return RecordingSource{kSystemID, SystemAudio{}, localized("RecordingSource", "System Audio"),
+                           false};
 }
 
 RecordingSource RecordingSource::application(std::int32_t pid, std::optional<std::string> bundleID,
@@ -29,7 +30,8 @@ std::size_t hashValue(const RecordingSource::Kind& kind) {
     std::size_t seed = kind.index();
     if (const auto* app = std::get_if<RecordingSource::App>(&kind)) {
         seed = combine(seed, std::hash<std::int32_t>{}(app->pid));
-        seed = combine(seed, app->bundleID ? combine(1, std::hash<std::string>{}(*app->bundleID)) : 0);
+        seed =
+            combine(seed, app->bundleID ? combine(1, std::hash<std::string>{}(*app->bundleID)) : 0);
     } else if (const auto* mic = std::get_if<RecordingSource::Microphone>(&kind)) {
         seed = combine(seed, std::hash<std::string>{}(mic->deviceUID));
     }

@@ -564,6 +564,7 @@ void OnboardingView::startDemoMeter() {
 
 void OnboardingView::markCompleted() {
     defaults_->setValue(AppState::kHasCompletedOnboardingKey, true);
+    defaults_->sync();  // on disk now, however the program ends
 }
 
 void OnboardingView::showEvent(QShowEvent* event) {

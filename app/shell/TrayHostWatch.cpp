@@ -22,8 +22,8 @@ TrayHostWatch::TrayHostWatch(QDBusConnection bus, QObject* parent)
         return;
     }
     const QString service = QString::fromLatin1(StatusNotifierItem::kWatcherService);
-    auto* watcher = new QDBusServiceWatcher(service, bus_,
-                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    auto* watcher =
+        new QDBusServiceWatcher(service, bus_, QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString&, const QString&, const QString& newOwner) {
                 setState(!newOwner.isEmpty(), false);
@@ -45,17 +45,18 @@ void TrayHostWatch::readHost() {
     get << QString::fromLatin1(StatusNotifierItem::kWatcherService)
         << QStringLiteral("IsStatusNotifierHostRegistered");
     auto* pending = new QDBusPendingCallWatcher(bus_.asyncCall(get), this);
-    connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* call) {
-        call->deleteLater();
-        const QDBusPendingReply<QDBusVariant> reply = *call;
-        if (reply.isError()) {
-            // No watcher answers: no tray. A watcher without the property: trust it.
-            const bool noWatcher = reply.error().type() == QDBusError::ServiceUnknown;
-            setState(!noWatcher, !noWatcher);
-            return;
-        }
-        setState(true, reply.value().variant().toBool());
-    });
+    connect(pending, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher* call) {
+                call->deleteLater();
+                const QDBusPendingReply<QDBusVariant> reply = *call;
+                if (reply.isError()) {
+                    // No watcher answers: no tray. A watcher without the property: trust it.
+                    const bool noWatcher = reply.error().type() == QDBusError::ServiceUnknown;
+                    setState(!noWatcher, !noWatcher);
+                    return;
+                }
+                setState(true, reply.value().variant().toBool());
+            });
 }
 
 void TrayHostWatch::setState(bool watcherPresent, bool hostRegistered) {

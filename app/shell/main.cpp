@@ -1,5 +1,6 @@
 #include <QApplication>
 
+#include "app/Translations.h"
 #include "app/shell/ApplicationIcon.h"
 #include "app/shell/BrightwaveRecordApp.h"
 #include "app/shell/TerminationSignals.h"
@@ -10,6 +11,7 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationDisplayName(QStringLiteral("Brightwave Record"));
     QApplication::setDesktopFileName(QString::fromLatin1(bw::ApplicationIcon::kName));
     QApplication::setWindowIcon(bw::ApplicationIcon::icon());
+    bw::Translations::install();
     // The application object decides what closing the last window means.
     QApplication::setQuitOnLastWindowClosed(false);
 

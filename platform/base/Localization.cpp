@@ -3,18 +3,20 @@
 namespace bw {
 
 namespace {
-std::function<std::string(const char*)>& lookupFunction() {
-    static std::function<std::string(const char*)> lookup;
+using Lookup = std::function<std::string(const char*, const char*)>;
+
+Lookup& lookupFunction() {
+    static Lookup lookup;
     return lookup;
 }
 }  // namespace
 
-std::string localized(const char* english) {
+std::string localized(const char* context, const char* english) {
     const auto& lookup = lookupFunction();
-    return lookup ? lookup(english) : std::string(english);
+    return lookup ? lookup(context, english) : std::string(english);
 }
 
-void setLocalizationLookup(std::function<std::string(const char*)> lookup) {
+void setLocalizationLookup(Lookup lookup) {
     lookupFunction() = std::move(lookup);
 }
 

@@ -122,13 +122,15 @@ TEST(PreferencesTest, AnEmptyStoreGivesTheDefaultsAndEveryChangeIsWrittenAtOnce)
     rig.state->markOnboardingCompleted();
     EXPECT_EQ(format.count(), 2);
     EXPECT_EQ(rig.state->recordingsFolderURL(), QUrl::fromLocalFile("/srv/takes"));
-    rig.defaults->sync();
 
-    QSettings reread(rig.dir.filePath("defaults.ini"), QSettings::IniFormat);
-    EXPECT_EQ(reread.value("passthroughEnabled").toBool(), true);
-    EXPECT_EQ(reread.value("recordingFormat").toString(), "wav");
-    EXPECT_EQ(reread.value("recordingsFolderPath").toString(), "/srv/takes");
-    EXPECT_EQ(reread.value("hasCompletedOnboarding").toBool(), true);
+    // On disk already, not only in the store's cache, so any end of the program keeps them.
+    QFile file(rig.dir.filePath("defaults.ini"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray onDisk = file.readAll();
+    for (const char* line : {"passthroughEnabled=true", "recordingFormat=wav",
+                             "recordingsFolderPath=/srv/takes", "hasCompletedOnboarding=true"}) {
+        EXPECT_TRUE(onDisk.contains(line)) << line;
+    }
 }
 
 TEST(PreferencesTest, StoredValuesAreReadAtCreationAndAnOddFormatIsKept) {

@@ -10,6 +10,9 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <QTranslator>
+
+#include "app/Translations.h"
 #include "interface/ChannelFader.h"
 #include "interface/ConsoleSurface.h"
 #include "interface/ContentView.h"
@@ -18,6 +21,7 @@
 #include "interface/SourceRowView.h"
 #include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
+#include "platform/base/Localization.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
@@ -456,6 +460,35 @@ TEST(ContentViewTest, WindowPictures) {
     const QImage messages = shoot(*t.view, "main-window-messages.png");
     EXPECT_EQ(t.view->messageLines().size(), 3u);
     EXPECT_NE(messages, idle);
+}
+
+/// A made-up language: the texts it knows come back in guillemets.
+class GuillemetTranslator : public QTranslator {
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char* context, const char* source, const char*, int) const override {
+        const QString known[][2] = {{"RecordingSource", "System Audio"},
+                                    {"bw::ContentView", "Select sources below"}};
+        for (const auto& [where, text] : known) {
+            if (where == QLatin1String(context) && text == QLatin1String(source)) {
+                return "«" + text + "»";
+            }
+        }
+        return {};
+    }
+};
+
+TEST(ContentViewTest, ATranslationReachesTheEnginesTextsAndTheWindowsAlike) {
+    GuillemetTranslator translator;
+    QCoreApplication::installTranslator(&translator);
+    Translations::install();
+    {
+        ViewUnderTest t;
+        EXPECT_EQ(t.view->systemRow()->nameLabel()->text(), "«System Audio»");
+        EXPECT_EQ(t.view->statusText(), "«Select sources below»");
+    }
+    QCoreApplication::removeTranslator(&translator);
+    setLocalizationLookup(nullptr);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #if defined(__SANITIZE_THREAD__)
 extern "C" const char* __tsan_default_suppressions() {
     return "called_from_lib:libQt6Core.so\n"
+           "called_from_lib:libQt6DBus.so\n"
            "called_from_lib:libQt6Gui.so\n"
            "called_from_lib:libQt6Widgets.so\n";
 }

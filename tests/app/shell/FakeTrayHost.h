@@ -127,8 +127,7 @@ public slots:
         items_ << service;
         bus_.connect(service, QStringLiteral("/StatusNotifierItem"),
                      QStringLiteral("org.kde.StatusNotifierItem"),
-                     QStringLiteral("XAyatanaNewLabel"), this,
-                     SLOT(takeLabel(QString, QString)));
+                     QStringLiteral("XAyatanaNewLabel"), this, SLOT(takeLabel(QString, QString)));
         emit StatusNotifierItemRegistered(service);
     }
     void RegisterStatusNotifierHost(const QString&) {}
