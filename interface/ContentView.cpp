@@ -11,6 +11,7 @@
 #include <QScrollArea>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/AppState.h"
 #include "app/AudioLevelTracker.h"
@@ -191,6 +192,9 @@ ContentView::ContentView(AppState& state, AppIconCache& icons, AudioLevelTracker
         connect(&state_, signal, this, &ContentView::updateTransport);
     }
     connect(&state_, &AppState::passthroughEnabledChanged, this, &ContentView::updateTransport);
+    connect(&state_, &AppState::showSelectionHintChanged, this, &ContentView::moveSelectionHint);
+    connect(clock_, &ConsoleClock::frame, this, &ContentView::advanceSelectionHint);
+    selectionHint_.jumpTo(state_.showSelectionHint() ? 1.0 : 0.0);
     for (auto signal : {&AppState::errorMessageChanged, &AppState::sourceWarningsChanged,
                         &AppState::savedMessageChanged, &AppState::isRecordingChanged}) {
         connect(&state_, signal, this, &ContentView::updateMessages);
@@ -380,6 +384,49 @@ QString ContentView::statusText() const {
     return tr("Select sources below");
 }
 
+void ContentView::setReduceMotion(bool reduce) {
+    reduceMotion_ = reduce;
+    recordButton_->setReduceMotion(reduce);
+    systemRow_->setReduceMotion(reduce);
+    for (const auto* rows : {&appRows_, &micRows_}) {
+        for (SourceRowView* row : *rows) {
+            row->setReduceMotion(reduce);
+        }
+    }
+    if (reduce) {
+        selectionHint_.jumpTo(selectionHint_.target());
+        setTextColor(status_, statusColor());
+    }
+}
+
+void ContentView::moveSelectionHint() {
+    const double target = state_.showSelectionHint() ? 1.0 : 0.0;
+    if (reduceMotion_) {
+        selectionHint_.jumpTo(target);
+        setTextColor(status_, statusColor());
+        return;
+    }
+    if (!selectionHint_.isMoving()) {
+        hintFrame_ = clock_->now();
+    }
+    selectionHint_.animateTo(target, Theme::defaultAnimation());
+    clock_->requestFrame();
+}
+
+void ContentView::advanceSelectionHint() {
+    if (!selectionHint_.isMoving()) {
+        return;
+    }
+    const auto now = clock_->now();
+    const bool moving =
+        selectionHint_.step(std::chrono::duration<double>(now - hintFrame_).count());
+    hintFrame_ = now;
+    setTextColor(status_, statusColor());
+    if (moving) {
+        clock_->requestFrame();
+    }
+}
+
 QColor ContentView::statusColor() const {
     if (state_.isRecording()) {
         return Theme::signalRed();
@@ -387,10 +434,17 @@ QColor ContentView::statusColor() const {
     if (state_.isStartingRecording() || state_.isStoppingRecording()) {
         return Theme::consoleAmber();
     }
-    if (state_.selectedSources().empty() && state_.showSelectionHint()) {
-        return Theme::orange();
+    const QColor rest = Theme::secondary(header_->palette());
+    if (!state_.selectedSources().empty()) {
+        return rest;
     }
-    return Theme::secondary(header_->palette());
+    // The hint's colour comes and goes with the toolkit's default motion.
+    const double hint = std::clamp(selectionHint_.value(), 0.0, 1.0);
+    const QColor orange = Theme::orange();
+    const auto mix = [hint](double a, double b) { return a + (b - a) * hint; };
+    return QColor::fromRgbF(
+        float(mix(rest.redF(), orange.redF())), float(mix(rest.greenF(), orange.greenF())),
+        float(mix(rest.blueF(), orange.blueF())), float(mix(rest.alphaF(), orange.alphaF())));
 }
 
 bool ContentView::statusBold() const {
@@ -518,8 +572,8 @@ void ContentView::rebuildFilteredApps() {
 
 SourceRowView* ContentView::makeRow(const RecordingSource& source, QWidget* parent) {
     auto* row = new SourceRowView(state_, icons_, levels_, source, parent);
-    row->lamp()->setClock(clock_);
-    row->fader()->setClock(clock_);
+    row->setClock(clock_);
+    row->setReduceMotion(reduceMotion_);
     return row;
 }
 

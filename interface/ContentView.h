@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "engine/RecordingSource.h"
+#include "interface/ConsoleClock.h"
+#include "interface/SpringAnimation.h"
 
 class QAbstractButton;
 class QLabel;
@@ -47,6 +49,11 @@ public:
                 RecordingTimer& timer, ConsoleClock* clock = nullptr, QWidget* parent = nullptr);
 
     void setOpenWindow(OpenWindow openWindow) { openWindow_ = std::move(openWindow); }
+    /// The desktop asks for less motion: the record key, the rows and the selection hint change
+    /// at once.
+    void setReduceMotion(bool reduce);
+    /// How far the selection hint's colour has come in: 0 none, 1 full.
+    double selectionHintProgress() const { return selectionHint_.value(); }
 
     /// The status line's text (before the style upper-cases it), colour and weight.
     QString statusText() const;
@@ -89,6 +96,8 @@ private:
     QWidget* buildList();
     QWidget* buildFooter();
     void updateTransport();
+    void moveSelectionHint();
+    void advanceSelectionHint();
     void updateMessages();
     void updateFooter();
     void setDebouncedFilter(const QString& text);
@@ -105,6 +114,9 @@ private:
     ConsoleClock* clock_;
     OpenWindow openWindow_;
     QString statusNotice_;
+    bool reduceMotion_ = false;
+    SpringAnimation selectionHint_;
+    ConsoleClock::Duration hintFrame_{};
     QString appFilter_;
     QString debouncedFilter_;
     std::vector<RecordingSource> filteredApps_;

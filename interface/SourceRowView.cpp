@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QSignalBlocker>
+#include <algorithm>
 #include <cmath>
 
 #include "app/AppIconCache.h"
@@ -34,16 +35,21 @@ protected:
     bool hitButton(const QPoint& pos) const override { return rect().contains(pos); }
 };
 
+constexpr int kSlotWidth = SourceRowView::faderWidth + 6 + SourceRowView::percentageWidth;
+
 // Stands in for the fader while hovering, so the row doesn't change width.
 class FaderPlaceholder : public QWidget {
 public:
     explicit FaderPlaceholder(QWidget* parent) : QWidget(parent) {
-        setFixedSize(SourceRowView::faderWidth + 44, SourceRowView::faderHeight);
+        setFixedSize(kSlotWidth, SourceRowView::faderHeight);
     }
+
+    double opacity = 0.0;
 
 protected:
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
+        painter.setOpacity(opacity);
         painter.setRenderHint(QPainter::Antialiasing);
         const QRectF capsule(0, (height() - 8) / 2.0, SourceRowView::faderWidth, 8);
         painter.setPen(Qt::NoPen);
@@ -51,6 +57,39 @@ protected:
         painter.drawRoundedRect(capsule, 4, 4);
     }
 };
+
+// The fader and its percentage; while it comes or goes, a picture of them, faded and scaled
+// about the right edge, so the live controls needn't be transformed.
+class VolumeArea : public QWidget {
+public:
+    using QWidget::QWidget;
+
+    QPixmap picture;
+    bool drawn = false;
+    double opacity = 1.0;
+    double scale = 1.0;
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        if (!drawn || picture.isNull()) {
+            return;
+        }
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        painter.setOpacity(std::clamp(opacity, 0.0, 1.0));
+        painter.translate(width(), height() / 2.0);
+        painter.scale(scale, scale);
+        painter.translate(-width(), -height() / 2.0);
+        painter.drawPixmap(0, 0, picture);
+    }
+};
+
+QColor mixed(const QColor& from, const QColor& to, double amount) {
+    const auto mix = [amount](double a, double b) { return a + (b - a) * amount; };
+    return QColor::fromRgbF(
+        float(mix(from.redF(), to.redF())), float(mix(from.greenF(), to.greenF())),
+        float(mix(from.blueF(), to.blueF())), float(mix(from.alphaF(), to.alphaF())));
+}
 
 void setTextColor(QLabel* label, const QColor& color) {
     QPalette palette = label->palette();
@@ -99,7 +138,8 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
     tickLayout->addWidget(badge_, 0, Qt::AlignVCenter);
     tickLayout->addStretch(1);
 
-    volumeArea_ = new QWidget(this);
+    slot_ = new QWidget(this);
+    volumeArea_ = new VolumeArea(slot_);
     fader_ = new ChannelFader(volumeArea_);
     fader_->setFixedSize(fader_->sizeHint());
     fader_->setToolTip(tr("Volume of this source in the recording"));
@@ -115,15 +155,19 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
     volumeLayout->addWidget(fader_, 0, Qt::AlignVCenter);
     volumeLayout->addWidget(percentage_, 0, Qt::AlignVCenter);
 
-    placeholder_ = new FaderPlaceholder(this);
+    placeholder_ = new FaderPlaceholder(slot_);
     ConsoleAccessibility::hide(placeholder_);
+    // The area and the placeholder share one place, so the row keeps its width as they swap.
+    const int slotHeight = std::max(volumeArea_->sizeHint().height(), faderHeight);
+    slot_->setFixedSize(kSlotWidth, slotHeight);
+    volumeArea_->setGeometry(0, 0, kSlotWidth, slotHeight);
+    placeholder_->move(0, (slotHeight - faderHeight) / 2);
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(8, 4, 8, 4);
     layout->setSpacing(12);
     layout->addWidget(tickArea_, 1);
-    layout->addWidget(volumeArea_, 0, Qt::AlignVCenter);
-    layout->addWidget(placeholder_, 0, Qt::AlignVCenter);
+    layout->addWidget(slot_, 0, Qt::AlignVCenter);
 
     // `toggled`, not `clicked`: assistive technology's Toggle action toggles without a click.
     connect(tickArea_, &QAbstractButton::toggled, this, [this](bool checked) {
@@ -141,7 +185,104 @@ SourceRowView::SourceRowView(AppState& state, AppIconCache& icons, AudioLevelTra
 
     fader_->setValue(displayedVolume_);
     setDisplayedVolume(displayedVolume_);
+    selection_.jumpTo(isSelected() ? 1.0 : 0.0);
+    setClock(ConsoleClock::system());
     setSource(source_);
+}
+
+void SourceRowView::setClock(ConsoleClock* clock) {
+    if (clock_) {
+        disconnect(clock_, &ConsoleClock::frame, this, nullptr);
+    }
+    clock_ = clock;
+    connect(clock_, &ConsoleClock::frame, this, &SourceRowView::advanceMotion);
+    lamp_->setClock(clock);
+    fader_->setClock(clock);
+}
+
+void SourceRowView::setReduceMotion(bool reduce) {
+    reduceMotion_ = reduce;
+    if (reduce) {
+        selection_.jumpTo(selection_.target());
+        hoverFrom_ = hoverTo_;
+        settleVolumeArea();
+        update();
+    }
+}
+
+double SourceRowView::volumeAreaOpacity() const {
+    return std::clamp(selection_.value(), 0.0, 1.0);
+}
+
+double SourceRowView::volumeAreaScale() const {
+    return 0.9 + 0.1 * selection_.value();
+}
+
+double SourceRowView::hoverProgress() const {
+    if (hoverFrom_ == hoverTo_) {
+        return hoverTo_;
+    }
+    const double t =
+        std::chrono::duration<double>(clock_->now() - hoverStart_).count() / Theme::hoverFade;
+    return t >= 1.0 ? hoverTo_ : hoverFrom_ + (hoverTo_ - hoverFrom_) * Theme::easeOut(t);
+}
+
+double SourceRowView::placeholderOpacity() const {
+    if (state_.isRecording()) {
+        return 0.0;
+    }
+    return hoverProgress() * (1.0 - volumeAreaOpacity());
+}
+
+void SourceRowView::advanceMotion() {
+    const bool hoverMoving = hoverFrom_ != hoverTo_;
+    if (!selection_.isMoving() && !hoverMoving) {
+        return;
+    }
+    const auto now = clock_->now();
+    bool moving = false;
+    if (selection_.isMoving()) {
+        const double seconds = std::chrono::duration<double>(now - lastFrame_).count();
+        lastFrame_ = now;
+        moving = selection_.step(seconds);
+    }
+    if (hoverMoving) {
+        if (hoverProgress() == hoverTo_) {
+            hoverFrom_ = hoverTo_;
+        } else {
+            moving = true;
+        }
+    }
+    settleVolumeArea();
+    update();
+    if (moving) {
+        clock_->requestFrame();
+    }
+}
+
+void SourceRowView::settleVolumeArea() {
+    auto* area = static_cast<VolumeArea*>(volumeArea_);
+    const bool moving = selection_.isMoving();
+    const bool areaShown = moving || selection_.target() == 1.0;
+    if (moving && !area->drawn) {
+        fader_->show();
+        percentage_->show();
+        area->picture = area->grab();
+    }
+    area->drawn = moving;
+    area->opacity = volumeAreaOpacity();
+    area->scale = volumeAreaScale();
+    fader_->setVisible(!moving);
+    percentage_->setVisible(!moving);
+    volumeArea_->setVisible(areaShown);
+    auto* placeholder = static_cast<FaderPlaceholder*>(placeholder_);
+    placeholder->opacity = placeholderOpacity();
+    placeholder->setVisible(placeholder->opacity > 0.0);
+    slot_->setVisible(areaShown || placeholder->isVisibleTo(slot_));
+    if (moving) {
+        volumeArea_->update();
+    }
+    placeholder_->update();
 }
 
 void SourceRowView::setSource(RecordingSource source) {
@@ -186,13 +327,19 @@ QString SourceRowView::iconSymbol() const {
 }
 
 QColor SourceRowView::fillColor() const {
-    if (isSelected()) {
-        return Theme::withOpacity(Theme::accent(), 0.08);
+    const QColor selectedFill = Theme::withOpacity(Theme::accent(), 0.08);
+    const double hover = state_.isRecording() ? 0.0 : hoverProgress();
+    const QColor hoverFill = hover > 0.0
+                                 ? Theme::withOpacity(Theme::primary(palette()), 0.04 * hover)
+                                 : Theme::withOpacity(selectedFill, 0.0);
+    const double selected = volumeAreaOpacity();
+    if (selected >= 1.0) {
+        return selectedFill;
     }
-    if (hovering_ && !state_.isRecording()) {
-        return Theme::withOpacity(Theme::primary(palette()), 0.04);
+    if (selected <= 0.0) {
+        return hover > 0.0 ? hoverFill : QColor(Qt::transparent);
     }
-    return Qt::transparent;
+    return mixed(hoverFill, selectedFill, selected);
 }
 
 QString SourceRowView::percentageText(float volume) {
@@ -242,8 +389,27 @@ void SourceRowView::updateFromState() {
     lamp_->setRecording(state_.isRecording());
     setTextColor(name_, selected ? Theme::primary(palette()) : Theme::secondary(palette()));
     setTextColor(percentage_, Theme::secondary(palette()));
-    volumeArea_->setVisible(selected);
-    placeholder_->setVisible(!selected && hovering_ && !state_.isRecording());
+    const bool animate = !reduceMotion_ && isVisible();
+    const double target = selected ? 1.0 : 0.0;
+    if (selection_.target() != target || (!animate && selection_.value() != target)) {
+        if (animate) {
+            if (!selection_.isMoving()) {
+                lastFrame_ = clock_->now();
+            }
+            selection_.animateTo(target, Theme::sourceToggle());
+            clock_->requestFrame();
+        } else {
+            selection_.jumpTo(target);
+        }
+    }
+    const double hoverTarget = hovering_ && !state_.isRecording() ? 1.0 : 0.0;
+    if (hoverTo_ != hoverTarget) {
+        hoverFrom_ = animate ? hoverProgress() : hoverTarget;
+        hoverTo_ = hoverTarget;
+        hoverStart_ = clock_->now();
+        clock_->requestFrame();
+    }
+    settleVolumeArea();
     update();
 }
 

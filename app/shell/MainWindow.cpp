@@ -22,7 +22,7 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     setAccessibleName(tr("Brightwave Record"));
     setCentralWidget(content_);
     content_->setOpenWindow(services.openWindow);
-    content_->recordButton()->setReduceMotion(services.reduceMotion);
+    content_->setReduceMotion(services.reduceMotion);
     resize(kDefaultSize);
 
     // Linux programs have no menu named after themselves: its items live in File and Help.

@@ -152,6 +152,7 @@ TEST(ContentViewTest, StatusLineFollowsTheFlagsWithItsPlural) {
     for (const auto& c : cases) {
         ViewUnderTest t;
         c.arrange(t.rig);
+        t.rig.consoleClock.advance(2s);  // the hint's colour has come in
         QLabel* status = t.view->statusLabel();
         const QColor expected =
             c.color.isValid() ? c.color : Theme::secondary(t.view->header()->palette());
@@ -169,6 +170,29 @@ TEST(ContentViewTest, StatusLineFollowsTheFlagsWithItsPlural) {
             t.rig.state->toggleRecording();
         }
         EXPECT_TRUE(pumpUntil([&] { return !t.rig.state->isBusy(); })) << c.what;
+    }
+}
+
+TEST(ContentViewTest, TheHintsColourComesInWithTheDefaultMotionUnlessTheDesktopAsksForLess) {
+    for (const bool reduce : {false, true}) {
+        ViewUnderTest t;
+        t.view->setReduceMotion(reduce);
+        const QColor rest = Theme::secondary(t.view->header()->palette());
+        const auto shown = [&] {
+            return t.view->statusLabel()->palette().color(QPalette::WindowText);
+        };
+        t.rig.state->flashSelectionHint();
+        EXPECT_EQ(t.view->statusLabel()->text(), "First, tick a source below");
+        EXPECT_EQ(shown(), reduce ? Theme::orange() : rest) << reduce;
+        t.rig.consoleClock.advance(150ms);
+        if (!reduce) {
+            EXPECT_GT(t.view->selectionHintProgress(), 0.1);
+            EXPECT_LT(t.view->selectionHintProgress(), 0.9);
+            EXPECT_NE(shown(), rest);
+            EXPECT_NE(shown(), Theme::orange());
+        }
+        t.rig.consoleClock.advance(3s);
+        EXPECT_EQ(shown(), Theme::orange()) << reduce;
     }
 }
 

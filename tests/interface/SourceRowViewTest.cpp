@@ -23,10 +23,14 @@ using test::pumpUntil;
 
 std::unique_ptr<SourceRowView> makeRow(test::ViewRig& rig, const RecordingSource& source) {
     auto row = std::make_unique<SourceRowView>(*rig.state, rig.icons, rig.tracker, source);
-    row->lamp()->setClock(&rig.consoleClock);
-    row->fader()->setClock(&rig.consoleClock);
+    row->setClock(&rig.consoleClock);
     row->resize(520, 40);
     return row;
+}
+
+/// Lets every motion of the rows on `rig`'s clock come to rest.
+void settle(test::ViewRig& rig) {
+    rig.consoleClock.advance(std::chrono::seconds(2));
 }
 
 void hover(QWidget& widget, bool inside) {
@@ -122,6 +126,7 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     // The click lands on the free space right of the name: the whole area is the box.
     QAbstractButton* tick = row->tickArea();
     QTest::mouseClick(tick, Qt::LeftButton, {}, QPoint(tick->width() - 4, tick->height() / 2));
+    settle(rig);
     EXPECT_EQ(selection.count(), 1);
     EXPECT_TRUE(rig.state->selectedSourceIDs().contains("app:org.example.Player"));
     EXPECT_TRUE(row->isSelected());
@@ -133,6 +138,7 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
               Theme::primary(row->palette()));
 
     QTest::mouseClick(tick, Qt::LeftButton, {}, QPoint(4, tick->height() / 2));
+    settle(rig);
     EXPECT_EQ(selection.count(), 2);
     EXPECT_TRUE(rig.state->selectedSourceIDs().empty());
     EXPECT_FALSE(row->lamp()->isArmed());
@@ -191,6 +197,71 @@ TEST(SourceRowViewTest, AScreenReaderTicksTheRowAndHearsTheFaderButNotItsEchoes)
     EXPECT_FALSE(tick->state().checked);
 }
 
+TEST(SourceRowViewTest, TickAndHoverMoveAsTheConsolePromisesUnlessTheDesktopAsksForLess) {
+    using namespace std::chrono_literals;
+    struct Reading {
+        double opacity, scale, hover;
+        bool live;  // the real fader shows, not its picture
+    };
+    struct Case {
+        const char* what;
+        std::chrono::milliseconds after;
+        Reading reduced, moving;
+    };
+    // The tick's spring (response 0.3, damping 0.7) and the hover's 0.12 s ease-out, read at the
+    // start, the middle and the end; with less motion everything is already there.
+    const std::vector<Case> cases = {
+        {"start", 0ms, {1, 1, 1, true}, {0, 0.9, 0, false}},
+        {"middle", 60ms, {1, 1, 1, true}, {0.1, 0.91, 0.6, false}},
+        {"end", 1500ms, {1, 1, 1, true}, {1, 1, 1, true}},
+    };
+    for (const bool reduce : {true, false}) {
+        for (const auto& c : cases) {
+            test::ViewRig rig;
+            rig.listSome();
+            auto row = makeRow(rig, rig.app(0));
+            row->setReduceMotion(reduce);
+            row->show();
+            hover(*row, true);
+            row->tickArea()->click();
+            rig.consoleClock.advance(c.after);
+            const Reading& want = reduce ? c.reduced : c.moving;
+            const std::string what = std::string(c.what) + (reduce ? ", less motion" : "");
+            if (&c == &cases[1] && !reduce) {
+                // Under way: strictly between the ends.
+                EXPECT_GT(row->volumeAreaOpacity(), want.opacity) << what;
+                EXPECT_LT(row->volumeAreaOpacity(), 1.0) << what;
+                EXPECT_GT(row->volumeAreaScale(), want.scale) << what;
+                EXPECT_GT(row->hoverProgress(), want.hover) << what;
+                EXPECT_LT(row->hoverProgress(), 1.0) << what;
+            } else {
+                EXPECT_NEAR(row->volumeAreaOpacity(), want.opacity, 1e-9) << what;
+                EXPECT_NEAR(row->volumeAreaScale(), want.scale, 1e-9) << what;
+                EXPECT_NEAR(row->hoverProgress(), want.hover, 1e-9) << what;
+            }
+            EXPECT_TRUE(row->volumeArea()->isVisible()) << what;
+            EXPECT_EQ(row->fader()->isVisible(), want.live) << what;
+            // Ticked while hovering: the placeholder gives way as the area comes.
+            EXPECT_NEAR(row->placeholderOpacity(),
+                        row->hoverProgress() * (1.0 - row->volumeAreaOpacity()), 1e-9);
+        }
+    }
+
+    // Unticking runs the spring back: the area leaves only once it has faded out.
+    test::ViewRig rig;
+    rig.listSome();
+    rig.tick({"app:org.example.Player"});
+    auto row = makeRow(rig, rig.app(0));
+    row->show();
+    row->tickArea()->click();
+    rig.consoleClock.advance(60ms);
+    EXPECT_TRUE(row->volumeArea()->isVisible());
+    EXPECT_LT(row->volumeAreaOpacity(), 1.0);
+    settle(rig);
+    EXPECT_FALSE(row->volumeArea()->isVisible());
+    EXPECT_EQ(row->fillColor().alpha(), 0);
+}
+
 TEST(SourceRowViewTest, FaderMovesReachSetVolumeAtEveryChange) {
     test::ViewRig rig;
     rig.listSome();
@@ -230,16 +301,19 @@ TEST(SourceRowViewTest, HoverFillAndPlaceholderFollowSelectionAndRecording) {
     EXPECT_EQ(unticked->fillColor().alpha(), 0);
     EXPECT_FALSE(unticked->placeholder()->isVisible());
     hover(*unticked, true);
+    settle(rig);
     EXPECT_TRUE(unticked->isHovering());
     EXPECT_EQ(unticked->fillColor(), hoverFill);
     EXPECT_TRUE(unticked->placeholder()->isVisible());
     EXPECT_FALSE(unticked->volumeArea()->isVisible());
     hover(*unticked, false);
+    settle(rig);
     EXPECT_EQ(unticked->fillColor().alpha(), 0);
     EXPECT_FALSE(unticked->placeholder()->isVisible());
 
     // The ticked row's fill outranks hovering, and it shows no placeholder.
     hover(*ticked, true);
+    settle(rig);
     EXPECT_EQ(ticked->fillColor(), Theme::withOpacity(Theme::accent(), 0.08));
     EXPECT_FALSE(ticked->placeholder()->isVisible());
     EXPECT_TRUE(ticked->volumeArea()->isVisible());
@@ -247,6 +321,7 @@ TEST(SourceRowViewTest, HoverFillAndPlaceholderFollowSelectionAndRecording) {
     rig.state->toggleRecording();
     ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
     hover(*unticked, true);
+    settle(rig);
     EXPECT_EQ(unticked->fillColor().alpha(), 0);
     EXPECT_FALSE(unticked->placeholder()->isVisible());
     EXPECT_TRUE(ticked->lamp()->isRecording());
