@@ -4,7 +4,7 @@
 <context>
     <name>AudioInputDeviceEnumerator</name>
     <message>
-        <location filename="../capture/AudioInputDeviceEnumerator.cpp" line="+36"/>
+        <location filename="../capture/AudioInputDeviceEnumerator.cpp" line="+39"/>
         <source>Unknown Device</source>
         <translation type="unfinished"></translation>
     </message>
@@ -28,7 +28,7 @@
 <context>
     <name>ProcessTapError</name>
     <message>
-        <location filename="../capture/ProcessTapError.cpp" line="+9"/>
+        <location filename="../capture/ProcessTapError.cpp" line="+10"/>
         <source>%1 has not played any audio yet. Start playback in it, then record again.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -41,12 +41,12 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+9"/>
+        <location line="+10"/>
         <source>Recording failed while preparing audio for writing.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+8"/>
+        <location line="+10"/>
         <source>Recording failed while writing the file.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -59,7 +59,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+73"/>
+        <location line="+77"/>
         <source>Recording stopped because the audio output changed.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -67,7 +67,7 @@
 <context>
     <name>RecordingEngineError</name>
     <message>
-        <location filename="../engine/RecordingEngineError.cpp" line="+18"/>
+        <location filename="../engine/RecordingEngineError.cpp" line="+19"/>
         <source>No audio source could be started.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -213,7 +213,7 @@
 <context>
     <name>bw::ContentView</name>
     <message>
-        <location filename="../interface/ContentView.cpp" line="+49"/>
+        <location filename="../interface/ContentView.cpp" line="+50"/>
         <source>Hear the final mix</source>
         <translation type="unfinished"></translation>
     </message>
@@ -223,7 +223,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+120"/>
+        <location line="+123"/>
         <source>Play the mix being recorded (every source at its set volume, including microphones) through your speakers or headphones. Recorded apps are silenced at the speakers and replaced by this mix. When off, apps keep playing normally. Set before recording.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -307,7 +307,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+82"/>
+        <location line="+132"/>
         <source>Show in Folder</source>
         <translation type="unfinished"></translation>
     </message>
@@ -686,18 +686,18 @@
 <context>
     <name>bw::SourceRowView</name>
     <message>
-        <location filename="../interface/SourceRowView.cpp" line="+87"/>
+        <location filename="../interface/SourceRowView.cpp" line="+126"/>
         <location line="+1"/>
         <source>Playing audio</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+17"/>
+        <location line="+18"/>
         <source>Volume of this source in the recording</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+46"/>
+        <location line="+147"/>
         <source>Record %1</source>
         <translation type="unfinished"></translation>
     </message>

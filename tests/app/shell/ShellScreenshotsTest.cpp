@@ -1,9 +1,11 @@
-// Pictures of the tray panel and the program icon, checked where a fault would show; with
+// Pictures of the tray item as a host draws it, its panel, the window minimised where no tray
+// shows, and the program icon, checked where a fault would show; with
 // BW_SCREENSHOT_DIR set they are also saved there (scripts/screenshots).
 #include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QDir>
+#include <QPainter>
 #include <QPushButton>
 
 #include <QLabel>
@@ -11,12 +13,13 @@
 #include "app/shell/MenuBarLabelView.h"
 #include "app/shell/MenuBarLevelMeter.h"
 #include "app/shell/RecordingMenuBarView.h"
+#include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
 #include "interface/Theme.h"
 #include "tests/app/shell/ShellRig.h"
 #include "tests/interface/QtUnderThreadSanitizer.h"
-#include "tests/support/PrivateSessionBus.h"
 #include "tests/interface/WidgetImages.h"
+#include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
 namespace {
@@ -59,6 +62,60 @@ TEST(ShellScreenshotsTest, TheTrayPanelShowsTheLampTheTimeAndTheMixDuringARecord
     EXPECT_TRUE(isReddish(picture.pixelColor(insideTheEdge)));
     EXPECT_NEAR(panel->levelMeter()->meter()->litWidth(),
                 0.55 * panel->levelMeter()->meter()->width(), 1.0);
+}
+
+/// A panel's strip as a host draws a tray item from what it reads over the bus: the icon (the
+/// pixmap, as a host without the theme's icon does) and the Ayatana label beside it.
+QImage drawnByHost(const FakeTrayHost& host) {
+    QImage strip(180, 28, QImage::Format_ARGB32);
+    strip.fill(QColor(0x24, 0x24, 0x26));
+    QPainter painter(&strip);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.drawImage(QRect(10, 5, 18, 18), host.iconImage());
+    QFont font = painter.font();
+    font.setPixelSize(13);
+    font.setBold(true);
+    painter.setFont(font);
+    painter.setPen(QColor(0xf2, 0xf2, 0xf2));
+    painter.drawText(QRect(34, 0, 140, 28), Qt::AlignVCenter | Qt::AlignLeft,
+                     host.property(QStringLiteral("XAyatanaLabel")).toString());
+    return strip;
+}
+
+TEST(ShellScreenshotsTest, ATrayHostDrawsTheItemWithTheTimeBesideIt) {
+    ShellRig rig;
+    rig.launch();
+    rig.startRecordingPlayer();
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
+    rig.clock->advance(83s);
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->announcedLabel() == "01:23"; }));
+    const QImage strip = save(drawnByHost(*rig.trayHost), "tray-item.png");
+
+    EXPECT_TRUE(isReddish(strip.pixelColor(19, 14))) << "the record symbol";
+    int lit = 0;
+    for (int x = 34; x < strip.width(); ++x) {
+        for (int y = 0; y < strip.height(); ++y) {
+            lit += strip.pixelColor(x, y).lightness() > 160;
+        }
+    }
+    EXPECT_GT(lit, 40) << "the label's digits";
+}
+
+TEST(ShellScreenshotsTest, WithoutATrayTheWindowSaysWhyItWasMinimised) {
+    ShellRig rig(false, false);
+    rig.launch();
+    rig.startRecordingPlayer();
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->isRecording(); }));
+    rig.clock->advance(42s);
+    rig.main()->close();
+    ASSERT_NE(rig.main(), nullptr);
+    rig.tracker.update({{"master", 0.5f}, {"app:org.example.Player", 0.6f}});
+    rig.consoleClock.advance(2s);  // the tick's motion has settled
+    pumpFor(20);
+    const QImage picture = save(rig.main()->grab().toImage(), "main-window-minimised.png");
+    EXPECT_EQ(rig.main()->contentView()->statusLabel()->text(),
+              QStringLiteral("Recording · minimised: no system tray here"));
+    EXPECT_FALSE(picture.isNull());
 }
 
 TEST(ShellScreenshotsTest, TheProgramIconIsTheSameDrawingAtEverySize) {
