@@ -75,43 +75,14 @@ public:
         QString iconName, title, text;
         tip.beginStructure();
         tip >> iconName;
-        tip.beginArray();
-        while (!tip.atEnd()) {
-            int width = 0, height = 0;
-            QByteArray data;
-            tip.beginStructure();
-            tip >> width >> height >> data;
-            tip.endStructure();
-        }
-        tip.endArray();
+        largestImage(tip);
         tip >> title >> text;
         tip.endStructure();
         return title;
     }
     /// The largest image of `IconPixmap`.
     QImage iconImage() const {
-        const QDBusArgument pixmaps = property(QStringLiteral("IconPixmap")).value<QDBusArgument>();
-        QImage largest;
-        pixmaps.beginArray();
-        while (!pixmaps.atEnd()) {
-            int width = 0, height = 0;
-            QByteArray data;
-            pixmaps.beginStructure();
-            pixmaps >> width >> height >> data;
-            pixmaps.endStructure();
-            if (width > largest.width() && data.size() == qsizetype(width) * height * 4) {
-                largest = QImage(width, height, QImage::Format_ARGB32);
-                const auto* in = reinterpret_cast<const quint32*>(data.constData());
-                for (int y = 0; y < height; ++y) {
-                    auto* line = reinterpret_cast<quint32*>(largest.scanLine(y));
-                    for (int x = 0; x < width; ++x) {
-                        line[x] = qFromBigEndian(*in++);
-                    }
-                }
-            }
-        }
-        pixmaps.endArray();
-        return largest;
+        return largestImage(property(QStringLiteral("IconPixmap")).value<QDBusArgument>());
     }
     /// Calls `method` of the newest item (Activate, ContextMenu: x, y) and waits for the answer.
     bool callItem(const QString& method, int x, int y) const {
@@ -139,6 +110,32 @@ private slots:
     void takeLabel(const QString& label, const QString&) { announcedLabel_ = label; }
 
 private:
+    /// Reads an array of icon images (width, height, ARGB32 in network order) and keeps the
+    /// largest.
+    static QImage largestImage(const QDBusArgument& pixmaps) {
+        QImage largest;
+        pixmaps.beginArray();
+        while (!pixmaps.atEnd()) {
+            int width = 0, height = 0;
+            QByteArray data;
+            pixmaps.beginStructure();
+            pixmaps >> width >> height >> data;
+            pixmaps.endStructure();
+            if (width > largest.width() && data.size() == qsizetype(width) * height * 4) {
+                largest = QImage(width, height, QImage::Format_ARGB32);
+                const auto* in = reinterpret_cast<const quint32*>(data.constData());
+                for (int y = 0; y < height; ++y) {
+                    auto* line = reinterpret_cast<quint32*>(largest.scanLine(y));
+                    for (int x = 0; x < width; ++x) {
+                        line[x] = qFromBigEndian(*in++);
+                    }
+                }
+            }
+        }
+        pixmaps.endArray();
+        return largest;
+    }
+
     QDBusMessage callAndWait(const QDBusMessage& message) const {
         QDBusPendingCall pending = bus_.asyncCall(message);
         pumpUntil([&] { return pending.isFinished(); });
