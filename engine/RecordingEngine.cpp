@@ -109,6 +109,10 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
         auto capture =
             captureFactory_ ? captureFactory_(source, configuration_.passthroughEnabled) : nullptr;
         if (!capture) {
+            // A source nothing can capture is reported like one whose capture failed to start.
+            sourceFailures_[source.id] =
+                source.name + ": " +
+                localized("RecordingEngine", "This source could not be opened for recording.");
             continue;
         }
         auto result = capture->start();

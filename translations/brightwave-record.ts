@@ -54,7 +54,12 @@
 <context>
     <name>RecordingEngine</name>
     <message>
-        <location filename="../engine/RecordingEngine.cpp" line="+158"/>
+        <location filename="../engine/RecordingEngine.cpp" line="+115"/>
+        <source>This source could not be opened for recording.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+47"/>
         <source>Could not create the folder</source>
         <translation type="unfinished"></translation>
     </message>

@@ -25,13 +25,16 @@ const AudioFormat kMono44 = *AudioFormat::standard(44100, 1);
 const AudioFormat kStereo32 = *AudioFormat::standard(32000, 2);
 const AudioFormat kStereo48 = *AudioFormat::standard(48000, 2);
 
-double db(double linear) { return 20.0 * std::log10(linear); }
+double db(double linear) {
+    return 20.0 * std::log10(linear);
+}
 
 double levelIn(const std::vector<float>& samples, double frequency, double fromSeconds,
                double toSeconds) {
     const auto from = std::size_t(fromSeconds * 48000);
     const auto to = std::min(samples.size(), std::size_t(toSeconds * 48000));
-    return test::toneLevelDb(std::span<const float>(samples).subspan(from, to - from), frequency, 48000);
+    return test::toneLevelDb(std::span<const float>(samples).subspan(from, to - from), frequency,
+                             48000);
 }
 
 class CaptureError : public Error {
@@ -55,8 +58,8 @@ TEST_P(RecordingContentTest, SourcesAtTheirOwnFormatsLandInTheFileAtTheGainLawsL
     EngineRig rig;
     auto low = rig.addSource("Low", kMono44, 1000.0, 0.4f, 2.0);
     auto high = rig.addSource("High", kStereo32, 3000.0, 0.4f, 2.0);
-    auto engine = rig.makeEngine(rig.configuration({low, high}, GetParam().format,
-                                                   {{low.id, 0.5f}, {high.id, 1.5f}}));
+    auto engine = rig.makeEngine(
+        rig.configuration({low, high}, GetParam().format, {{low.id, 0.5f}, {high.id, 1.5f}}));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(2.0);
     const fs::path url = EngineRig::stop(*engine);
@@ -82,16 +85,20 @@ INSTANTIATE_TEST_SUITE_P(Formats, RecordingContentTest,
                                            FormatCase{RecordingFormat::m4a, 0.5}),
                          [](const auto& info) { return info.param.format.rawValue(); });
 
-TEST(RecordingEngineTest, ASourceThatFailsToStartLeavesAWarningAndTheOtherIsRecorded) {
+TEST(RecordingEngineTest, SourcesThatFailToStartOrHaveNoCaptureLeaveAWarningAndTheOtherIsRecorded) {
     EngineRig rig;
-    auto broken = rig.addSource("Broken", kStereo48, 500.0, 0.5f, 1.0,
-                                makeError(CaptureError("Audio system error 1 during create process tap")));
+    auto broken =
+        rig.addSource("Broken", kStereo48, 500.0, 0.5f, 1.0,
+                      makeError(CaptureError("Audio system error 1 during create process tap")));
     auto working = rig.addSource("Working", kStereo48, 1000.0, 0.5f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({broken, working}));
+    // The factory makes nothing for a source it doesn't know.
+    const auto missing = RecordingSource::application(999, "org.test.Missing", "Missing", true);
+    auto engine = rig.makeEngine(rig.configuration({broken, missing, working}));
     ASSERT_TRUE(EngineRig::start(*engine));
     EXPECT_EQ(engine->sourceFailures(),
               (std::map<std::string, std::string>{
-                  {broken.id, "Broken: Audio system error 1 during create process tap"}}));
+                  {broken.id, "Broken: Audio system error 1 during create process tap"},
+                  {missing.id, "Missing: This source could not be opened for recording."}}));
     rig.run(1.0);
     const auto url = EngineRig::stop(*engine);
     EXPECT_TRUE(engine->sourcesWithoutAudio().empty()) << "the failed source is not listed";
@@ -122,7 +129,8 @@ TEST(RecordingEngineTest, WhenNoSourceStartsThereIsNeitherFileNorFolder) {
     ASSERT_FALSE(started);
     auto* error = dynamic_cast<const RecordingEngineError*>(started.error().get());
     ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->localizedDescription(), "No audio source could be started.\nA: gone\nB: denied");
+    EXPECT_EQ(error->localizedDescription(),
+              "No audio source could be started.\nA: gone\nB: denied");
     EXPECT_FALSE(fs::exists(engine->configuration().fileURL.parent_path()));
     EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createIOProcID), 0u);
 
@@ -166,7 +174,8 @@ TEST(RecordingEngineTest, WithoutPassthroughTheSpeakersGetSilenceWhileTheFileHas
     for (bool passthrough : {false, true}) {
         EngineRig rig;
         auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 1.0);
-        auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, passthrough));
+        auto engine =
+            rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, passthrough));
         ASSERT_TRUE(EngineRig::start(*engine));
         auto speakers = rig.run(1.0);
         const auto url = EngineRig::stop(*engine);
@@ -221,8 +230,9 @@ TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) 
         rig.feeds[source.id].capture->deliver(
             EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
     }
-    EXPECT_EQ(rig.reportsSoFar(),
-              std::vector<std::string>{"Recording stopped because audio capture could not keep up."});
+    EXPECT_EQ(
+        rig.reportsSoFar(),
+        std::vector<std::string>{"Recording stopped because audio capture could not keep up."});
     const auto url = EngineRig::stop(*engine);
     EXPECT_EQ(url, engine->configuration().fileURL);
     EXPECT_TRUE(test::decodeAudioFile(url));
@@ -291,7 +301,8 @@ TEST(RecordingEngineTest, ARestartThatFailsReportsTheOutputChange) {
 TEST(RecordingEngineTest, LevelsHoldEachSourcesRawPeakAndTheMixAfterTheFaders) {
     EngineRig rig;
     auto source = rig.addSource("A", kStereo48, 1000.0, 0.8f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {{source.id, 0.5f}}));
+    auto engine =
+        rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {{source.id, 0.5f}}));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.5);
     engine->levels().drain();
