@@ -24,6 +24,7 @@ extern "C" {
 #include <utility>
 #include <vector>
 
+#include "platform/av/PcmHeaderRefresh.h"
 #include "platform/hal/AudioHardwareConstants.h"
 
 namespace bw {
@@ -398,6 +399,9 @@ struct AudioFile::Impl {
     std::uint64_t pcmBytes = 0;
     std::int64_t framesWritten = 0;
     std::int64_t pcmTimeline = 0;  // in samples, of the next PCM packet, refused ones included
+    // WAV and AIFF: the header's sizes follow the data once a second, for files cut short.
+    std::optional<PcmHeaderRefresh> headerRefresh;
+    std::int64_t nextHeaderRefresh = 0;  // in frames written
     bool open = false;
 
     Impl(std::filesystem::path path, const Plan& p)
@@ -522,6 +526,15 @@ Expected<void, AVError> AudioFile::Impl::setUp() {
     av_dict_free(&options);
     if (rc < 0) {
         return Unexpected(error("Could not write the header of", rc));
+    }
+    if (plan.container != Container::m4a) {
+        avio_flush(muxer->pb);
+        headerRefresh = PcmHeaderRefresh::open(url,
+                                               plan.container == Container::aiff
+                                                   ? PcmHeaderRefresh::Layout::aiff
+                                                   : PcmHeaderRefresh::Layout::wav,
+                                               std::uint64_t(avio_tell(muxer->pb)));
+        nextHeaderRefresh = plan.sampleRate;
     }
     open = true;
     return {};
@@ -672,6 +685,7 @@ Expected<void, AVError> AudioFile::Impl::finish() {
         }
         keepFirst(encode(nullptr));
     }
+    headerRefresh.reset();  // the trailer writes the exact sizes
     const int rc = av_write_trailer(muxer);
     if (rc < 0) {
         keepFirst(Unexpected(error("Could not finish the file", rc)));
@@ -768,6 +782,11 @@ Expected<void, AVError> AudioFile::write(const PCMBuffer& buffer) {
         avio_flush(f.muxer->pb);
         if (f.muxer->pb->error < 0) {
             return Unexpected(f.error("Could not write to the file", f.muxer->pb->error));
+        }
+        if (f.headerRefresh && f.framesWritten >= f.nextHeaderRefresh) {
+            // A refused refresh costs only crash safety; the trailer still writes the sizes.
+            f.headerRefresh->refresh(f.pcmBytes, std::uint64_t(f.framesWritten));
+            f.nextHeaderRefresh = f.framesWritten + f.plan.sampleRate;
         }
     }
     return written;

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
+#include <optional>
 
 #include <algorithm>
 #include <cmath>
@@ -544,18 +546,55 @@ TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
                 20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
 }
 
-// What a write accepted is on disk before the next one: a crash loses the header, not the audio.
-TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnce) {
+/// What a strict player reads from a WAV or AIFF header: the seconds its sizes claim, after
+/// checking that the form's size fits the file. Nothing for another container or a bad header.
+std::optional<double> headerSeconds(const fs::path& file, bool aiff) {
+    std::ifstream in(file, std::ios::binary);
+    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), {});
+    const auto size = [&](std::size_t at) -> std::uint64_t {
+        const unsigned char* b = bytes.data() + at;
+        return aiff ? std::uint64_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3]
+                    : std::uint64_t(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
+    };
+    if (bytes.size() < 12 || size(4) + 8 > bytes.size()) {
+        return std::nullopt;
+    }
+    for (std::size_t at = 12; at + 8 <= bytes.size(); at += 8 + size(at + 4) + (size(at + 4) & 1)) {
+        const std::string tag(bytes.begin() + long(at), bytes.begin() + long(at) + 4);
+        if (!aiff && tag == "data") {
+            return double(size(at + 4)) / (4 * 48000);
+        }
+        if (aiff && tag == "COMM") {
+            return double(size(at + 10)) / 48000;
+        }
+    }
+    return std::nullopt;
+}
+
+// What a write accepted is on disk before the next one, and a WAV or AIFF header tells the size
+// of what was written up to a second ago: a crash loses neither the audio nor its length.
+TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnceAndTheHeaderFollowsEverySecond) {
     auto created = AudioFile::createForWriting(path(), GetParam().settings);
     ASSERT_TRUE(created);
-    const auto source = stereoTone(48000);
-    for (FrameCount done = 0; done < 48000; done += 4096) {
-        const FrameCount count = std::min<FrameCount>(4096, 48000 - done);
+    const FrameCount total = 120000;  // 2.5 s
+    const auto source = stereoTone(total);
+    for (FrameCount done = 0; done < total; done += 4096) {
+        const FrameCount count = std::min<FrameCount>(4096, total - done);
         ASSERT_TRUE(created.value()->write(*bufferOf(source, done, count, false)));
     }
-    // A second of 16-bit stereo is 192000 bytes; AAC at 256 kbit/s about 32000.
-    const std::uintmax_t expected = GetParam().extension == std::string(".m4a") ? 20000 : 192000;
-    EXPECT_GE(fs::file_size(path()), expected);
+    // 2.5 s of 16-bit stereo is 480000 bytes; AAC at 256 kbit/s about 80000.
+    const bool m4a = GetParam().extension == std::string(".m4a");
+    EXPECT_GE(fs::file_size(path()), m4a ? 50000u : 480000u);
+    if (m4a) {
+        return;
+    }
+    const bool aiff = GetParam().extension == std::string(".aiff");
+    const auto whileWriting = headerSeconds(path(), aiff);
+    ASSERT_TRUE(whileWriting.has_value()) << "the header claims more than the file holds";
+    EXPECT_GE(*whileWriting, 1.5);
+    EXPECT_LE(*whileWriting, 2.5);
+    ASSERT_TRUE(created.value()->close());
+    EXPECT_EQ(headerSeconds(path(), aiff), 2.5);
 }
 
 TEST_P(AudioFileLifecycleTest, RefusesWritesAndClosesAfterClose) {
