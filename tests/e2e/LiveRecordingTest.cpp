@@ -99,11 +99,11 @@ private:
         Tone tone;
         tone.frequency = frequency;
         tone.file = work_ / ("tone" + std::to_string(int(frequency)) + ".wav");
-        const std::string source = "sine=frequency=" + std::to_string(int(frequency)) +
-                                   ":sample_rate=48000:duration=30";
+        const std::string source =
+            "sine=frequency=" + std::to_string(int(frequency)) + ":sample_rate=48000:duration=30";
         const std::string filter = "volume=" + std::to_string(gain) + "," + layout;
-        if (!run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", source, "-af", filter,
-                  "-ac", std::to_string(channels), "-c:a", "pcm_s16le", tone.file.string()})
+        if (!run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", source, "-af", filter, "-ac",
+                  std::to_string(channels), "-c:a", "pcm_s16le", tone.file.string()})
                  .succeeded()) {
             error_ = "ffmpeg could not generate " + tone.file.string();
             return tone;
@@ -113,9 +113,9 @@ private:
             error_ = "the generated " + tone.file.string() + " does not decode";
             return tone;
         }
-        tone.levelDb = toneLevelDb(std::span(decoded->channelsData[0]).subspan(std::size_t(kRate),
-                                                                             std::size_t(kRate)),
-                                   frequency, kRate);
+        tone.levelDb = toneLevelDb(
+            std::span(decoded->channelsData[0]).subspan(std::size_t(kRate), std::size_t(kRate)),
+            frequency, kRate);
         return tone;
     }
 
@@ -136,7 +136,7 @@ auto* const server = static_cast<LiveServer*>(::testing::AddGlobalTestEnvironmen
 struct Report {
     bool finished = false;  // ended by itself before the deadline
     int status = -1;
-    double elapsed = 0;     // seconds from start to end
+    double elapsed = 0;  // seconds from start to end
     std::string json;
     long long framesWritten = -1;
     long long droppedBuffers = -1;
@@ -150,8 +150,8 @@ public:
     Take(const fs::path& file, const std::string& format, double seconds,
          const std::vector<std::string>& sources, bool passthrough = false, const Env& env = {})
         : file_(file), output_(fs::path(file).replace_extension(".json")) {
-        std::vector<std::string> argv = {BW_RECORD_LIVE,  "--seconds", std::to_string(seconds),
-                                         "--format",      format,      "--out",
+        std::vector<std::string> argv = {BW_RECORD_LIVE, "--seconds", std::to_string(seconds),
+                                         "--format",     format,      "--out",
                                          file.string()};
         if (passthrough) {
             argv.push_back("--passthrough");
@@ -163,6 +163,8 @@ public:
 
     bool valid() const { return process_.valid(); }
     double secondsSinceStart() const { return secondsSince(started_); }
+    /// Ends the recorder at once, as a crash or a power cut would.
+    void kill() { ::kill(process_.pid(), SIGKILL); }
 
     /// Waits for the file to appear, which it does once the recording has begun.
     bool waitForFile(double timeout) {
@@ -262,7 +264,9 @@ double rmsIn(const DecodedAudio& audio, std::size_t channel, double from, double
     return rmsDb(std::span(samples).subspan(begin, end > begin ? end - begin : 0));
 }
 
-double durationOf(const DecodedAudio& audio) { return double(audio.frames()) / kRate; }
+double durationOf(const DecodedAudio& audio) {
+    return double(audio.frames()) / kRate;
+}
 
 // ffprobe's view of a finished recording: the format's codec, 48 kHz stereo, the length, and for
 // AAC the bit rate FFmpeg's own encoder reaches at 256 kb/s on the same audio.
@@ -495,14 +499,14 @@ TEST_F(LiveRecording, MicrophoneAndApplicationMixAtTheirVolumes) {
     const Tone& voice = server->mic880();
     const Tone& music = server->tone440();
     // The virtual microphone sounds what is linked into its input; the feed goes nowhere else.
-    Child feed = Child::spawn(
-        {"pw-play", "--target=0", "-P", "node.name=bw-mic-feed", voice.file.string()});
+    Child feed =
+        Child::spawn({"pw-play", "--target=0", "-P", "node.name=bw-mic-feed", voice.file.string()});
     ASSERT_TRUE(feed.valid());
     ASSERT_TRUE(eventually(5, [] {
         return run({"pw-link", "-o"}, 10).out.find("bw-mic-feed:") != std::string::npos;
     }));
-    const auto linked = run({"pw-link", "bw-mic-feed:output_MONO",
-                             std::string(kMicrophone) + ":input_MONO"});
+    const auto linked =
+        run({"pw-link", "bw-mic-feed:output_MONO", std::string(kMicrophone) + ":input_MONO"});
     ASSERT_TRUE(linked.succeeded()) << "pw-link failed: " << linked.out;
     ASSERT_EQ(nodesFedBy(currentLinks(), "bw-mic-feed"), std::vector<std::string>{kMicrophone});
     Child app = play(music.file, "bw-app-440");
@@ -510,7 +514,8 @@ TEST_F(LiveRecording, MicrophoneAndApplicationMixAtTheirVolumes) {
 
     const auto file = path("mic-and-app.wav");
     Take take(file, "wav", 2,
-              {std::string("mic:") + kMicrophone + "@1.0", "app:pid:" + std::to_string(app.pid()) + "@0.5"});
+              {std::string("mic:") + kMicrophone + "@1.0",
+               "app:pid:" + std::to_string(app.pid()) + "@0.5"});
     const Report report = take.finish(12);
     ASSERT_TRUE(report.finished && exitedWith(report.status, {0}))
         << describeStatus(report.status) << report.json;
@@ -540,8 +545,9 @@ TEST_F(LiveRecording, PassthroughPlaysTheMixInsteadOfTheApplication) {
     Child app = play(tone.file, node);
     ASSERT_FALSE(HasFailure());
     const auto monitorFile = path("speakers-monitor.wav");
-    Child monitor = Child::spawn({"pw-record", "-P", "stream.capture.sink=true node.name=bw-monitor",
-                                  "--target", kSpeakers, monitorFile.string()});
+    Child monitor =
+        Child::spawn({"pw-record", "-P", "stream.capture.sink=true node.name=bw-monitor",
+                      "--target", kSpeakers, monitorFile.string()});
     ASSERT_TRUE(monitor.valid());
     ASSERT_TRUE(eventually(5, [] { return !nodesFedBy(currentLinks(), kSpeakers).empty(); }))
         << "the monitor of the speakers never got linked";
@@ -721,8 +727,8 @@ TEST_P(DefaultOutputSwitch, RecordingGoesOnOrEndsWithAPlayableFile) {
         EXPECT_LT(d, 2.5) << "ended long after the switch";
     }
     for (std::size_t ch = 0; ch < 2; ++ch) {
-        EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, 0.3, std::min(d - 0.2, 1.2)),
-                    tone.levelDb, kLevelToleranceDb);
+        EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, 0.3, std::min(d - 0.2, 1.2)), tone.levelDb,
+                    kLevelToleranceDb);
     }
 }
 
@@ -779,6 +785,37 @@ TEST_P(ServerKilled, RecordLiveEndsPromptlyWithAPlayableFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ServerKilled, ::testing::Values(kFormats[0], kFormats[1]),
+                         [](const auto& info) { return std::string(info.param.format); });
+
+// ---------------------------------------------------------------------------------------------
+// g. The recorder itself dies mid-recording
+
+class RecorderKilled : public LiveRecording, public ::testing::WithParamInterface<FormatCase> {};
+
+TEST_P(RecorderKilled, TheFileKeepsItsAudioAndAHeaderThatTellsItsLength) {
+    const auto& [format, codec] = GetParam();
+    const Tone& tone = server->tone440();
+    Child app = play(tone.file, "bw-app-killed", {});
+    ASSERT_FALSE(HasFailure());
+    const auto file = path(std::string("crashed.") + format);
+    Take take(file, format, 20, {"app:pid:" + std::to_string(app.pid())});
+    ASSERT_TRUE(take.valid());
+    ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
+    sleepSeconds(5.0);
+    take.kill();
+    take.finish(5);
+
+    // A strict player believes the header: it must tell about what is there.
+    const auto claimed = pcmHeaderSeconds(file);
+    ASSERT_TRUE(claimed.has_value()) << "the header claims more than the file holds";
+    EXPECT_NEAR(*claimed, 5.0, 2.0);
+    const auto audio = decode(file);
+    ASSERT_TRUE(audio);
+    EXPECT_GE(durationOf(*audio), 3.5);
+    EXPECT_NEAR(levelIn(*audio, 0, tone.frequency, 0.5, 3.0), tone.levelDb, kLevelToleranceDb);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RecorderKilled, ::testing::Values(kFormats[1], kFormats[2]),
                          [](const auto& info) { return std::string(info.param.format); });
 
 }  // namespace

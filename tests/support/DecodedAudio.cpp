@@ -1,4 +1,7 @@
 #include "tests/support/DecodedAudio.h"
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -172,6 +175,33 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
     formatName = av_get_sample_fmt_name(decoder->sample_fmt);
     out.sampleFormatName = formatName != nullptr ? formatName : "";
     return out;
+}
+
+std::optional<double> pcmHeaderSeconds(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), {});
+    if (bytes.size() < 12) {
+        return std::nullopt;
+    }
+    const bool aiff = std::equal(bytes.begin(), bytes.begin() + 4, "FORM");
+    const auto size = [&](std::size_t at) -> std::uint64_t {
+        const unsigned char* b = bytes.data() + at;
+        return aiff ? std::uint64_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3]
+                    : std::uint64_t(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
+    };
+    if (size(4) + 8 > bytes.size()) {
+        return std::nullopt;
+    }
+    for (std::size_t at = 12; at + 8 <= bytes.size(); at += 8 + size(at + 4) + (size(at + 4) & 1)) {
+        const std::string tag(bytes.begin() + long(at), bytes.begin() + long(at) + 4);
+        if (!aiff && tag == "data") {
+            return double(size(at + 4)) / (4 * 48000);
+        }
+        if (aiff && tag == "COMM") {
+            return double(size(at + 10)) / 48000;
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace bw::test

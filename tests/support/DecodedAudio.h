@@ -28,4 +28,9 @@ struct DecodedAudio {
 /// has no audio stream, or a packet fails to decode. Blocks on the disk; allocates.
 std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path);
 
+/// What a strict player reads from the header of a 48 kHz stereo 16-bit WAV or AIFF file: the
+/// seconds its sizes claim ("data" or COMM's frame count), once it has checked that the form's
+/// size fits the file. Nothing for another container or a header that claims too much.
+std::optional<double> pcmHeaderSeconds(const std::filesystem::path& path);
+
 }  // namespace bw::test

@@ -546,31 +546,6 @@ TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
                 20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
 }
 
-/// What a strict player reads from a WAV or AIFF header: the seconds its sizes claim, after
-/// checking that the form's size fits the file. Nothing for another container or a bad header.
-std::optional<double> headerSeconds(const fs::path& file, bool aiff) {
-    std::ifstream in(file, std::ios::binary);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), {});
-    const auto size = [&](std::size_t at) -> std::uint64_t {
-        const unsigned char* b = bytes.data() + at;
-        return aiff ? std::uint64_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3]
-                    : std::uint64_t(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
-    };
-    if (bytes.size() < 12 || size(4) + 8 > bytes.size()) {
-        return std::nullopt;
-    }
-    for (std::size_t at = 12; at + 8 <= bytes.size(); at += 8 + size(at + 4) + (size(at + 4) & 1)) {
-        const std::string tag(bytes.begin() + long(at), bytes.begin() + long(at) + 4);
-        if (!aiff && tag == "data") {
-            return double(size(at + 4)) / (4 * 48000);
-        }
-        if (aiff && tag == "COMM") {
-            return double(size(at + 10)) / 48000;
-        }
-    }
-    return std::nullopt;
-}
-
 // What a write accepted is on disk before the next one, and a WAV or AIFF header tells the size
 // of what was written up to a second ago: a crash loses neither the audio nor its length.
 TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnceAndTheHeaderFollowsEverySecond) {
@@ -588,13 +563,12 @@ TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnceAndTheHeaderFollowsE
     if (m4a) {
         return;
     }
-    const bool aiff = GetParam().extension == std::string(".aiff");
-    const auto whileWriting = headerSeconds(path(), aiff);
+    const auto whileWriting = test::pcmHeaderSeconds(path());
     ASSERT_TRUE(whileWriting.has_value()) << "the header claims more than the file holds";
     EXPECT_GE(*whileWriting, 1.5);
     EXPECT_LE(*whileWriting, 2.5);
     ASSERT_TRUE(created.value()->close());
-    EXPECT_EQ(headerSeconds(path(), aiff), 2.5);
+    EXPECT_EQ(test::pcmHeaderSeconds(path()), 2.5);
 }
 
 TEST_P(AudioFileLifecycleTest, RefusesWritesAndClosesAfterClose) {
