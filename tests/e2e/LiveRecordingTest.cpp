@@ -636,6 +636,38 @@ TEST_F(LiveRecording, PassthroughOfSystemAudioDoesNotRecordItself) {
 }
 
 // ---------------------------------------------------------------------------------------------
+// d2. The recorder itself dies mid-recording (before any test moves the default output, which
+// the session manager would remember for the players that come after)
+
+class RecorderKilled : public LiveRecording, public ::testing::WithParamInterface<FormatCase> {};
+
+TEST_P(RecorderKilled, TheFileKeepsItsAudioAndAHeaderThatTellsItsLength) {
+    const auto& [format, codec] = GetParam();
+    const Tone& tone = server->tone440();
+    Child app = play(tone.file, "bw-app-killed", {});
+    ASSERT_FALSE(HasFailure());
+    const auto file = path(std::string("crashed.") + format);
+    Take take(file, format, 20, {"app:pid:" + std::to_string(app.pid())});
+    ASSERT_TRUE(take.valid());
+    ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
+    sleepSeconds(5.0);
+    take.kill();
+    take.finish(5);
+
+    // A strict player believes the header: it must tell about what is there.
+    const auto claimed = pcmHeaderSeconds(file);
+    ASSERT_TRUE(claimed.has_value()) << "the header claims more than the file holds";
+    EXPECT_NEAR(*claimed, 5.0, 2.0);
+    const auto audio = decode(file);
+    ASSERT_TRUE(audio);
+    EXPECT_GE(durationOf(*audio), 3.5);
+    EXPECT_NEAR(levelIn(*audio, 0, tone.frequency, 0.5, 3.0), tone.levelDb, kLevelToleranceDb);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RecorderKilled, ::testing::Values(kFormats[1], kFormats[2]),
+                         [](const auto& info) { return std::string(info.param.format); });
+
+// ---------------------------------------------------------------------------------------------
 // e. The default output changes mid-recording
 
 // Makes a second sink and puts the default back on the speakers afterwards.
@@ -785,37 +817,6 @@ TEST_P(ServerKilled, RecordLiveEndsPromptlyWithAPlayableFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ServerKilled, ::testing::Values(kFormats[0], kFormats[1]),
-                         [](const auto& info) { return std::string(info.param.format); });
-
-// ---------------------------------------------------------------------------------------------
-// g. The recorder itself dies mid-recording
-
-class RecorderKilled : public LiveRecording, public ::testing::WithParamInterface<FormatCase> {};
-
-TEST_P(RecorderKilled, TheFileKeepsItsAudioAndAHeaderThatTellsItsLength) {
-    const auto& [format, codec] = GetParam();
-    const Tone& tone = server->tone440();
-    Child app = play(tone.file, "bw-app-killed", {});
-    ASSERT_FALSE(HasFailure());
-    const auto file = path(std::string("crashed.") + format);
-    Take take(file, format, 20, {"app:pid:" + std::to_string(app.pid())});
-    ASSERT_TRUE(take.valid());
-    ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
-    sleepSeconds(5.0);
-    take.kill();
-    take.finish(5);
-
-    // A strict player believes the header: it must tell about what is there.
-    const auto claimed = pcmHeaderSeconds(file);
-    ASSERT_TRUE(claimed.has_value()) << "the header claims more than the file holds";
-    EXPECT_NEAR(*claimed, 5.0, 2.0);
-    const auto audio = decode(file);
-    ASSERT_TRUE(audio);
-    EXPECT_GE(durationOf(*audio), 3.5);
-    EXPECT_NEAR(levelIn(*audio, 0, tone.frequency, 0.5, 3.0), tone.levelDb, kLevelToleranceDb);
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, RecorderKilled, ::testing::Values(kFormats[1], kFormats[2]),
                          [](const auto& info) { return std::string(info.param.format); });
 
 }  // namespace
