@@ -517,24 +517,26 @@ void AppState::dismissSourceWarning(const QString& warning) {
 
 // MARK: Preferences and the recordings folder
 
+void AppState::writeDefault(const char* key, const QVariant& value) {
+    defaults_->setValue(QString::fromLatin1(key), value);
+    defaults_->sync();  // on disk now, however the program ends
+}
+
 void AppState::setPassthroughEnabled(bool enabled) {
     passthroughEnabled_ = enabled;
-    defaults_->setValue(kPassthroughEnabledKey, enabled);
-    defaults_->sync();  // on disk now, however the program ends
+    writeDefault(kPassthroughEnabledKey, enabled);
     emit passthroughEnabledChanged();
 }
 
 void AppState::setRecordingFormatRaw(const QString& raw) {
     recordingFormatRaw_ = raw;
-    defaults_->setValue(kRecordingFormatKey, raw);
-    defaults_->sync();  // on disk now, however the program ends
+    writeDefault(kRecordingFormatKey, raw);
     emit recordingFormatRawChanged();
 }
 
 void AppState::setRecordingsFolderPath(const QString& path) {
     recordingsFolderPath_ = path;
-    defaults_->setValue(kRecordingsFolderPathKey, path);
-    defaults_->sync();  // on disk now, however the program ends
+    writeDefault(kRecordingsFolderPathKey, path);
     emit recordingsFolderPathChanged();
 }
 
@@ -543,8 +545,7 @@ bool AppState::hasCompletedOnboarding() const {
 }
 
 void AppState::markOnboardingCompleted() {
-    defaults_->setValue(kHasCompletedOnboardingKey, true);
-    defaults_->sync();  // on disk now, however the program ends
+    writeDefault(kHasCompletedOnboardingKey, true);
 }
 
 QUrl AppState::recordingsFolderURL() const {

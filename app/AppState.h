@@ -245,6 +245,8 @@ private:
 
     QCoro::Task<void> refreshPeriodically(CancellationToken cancellation);
     QCoro::Task<void> hideSelectionHintLater(CancellationToken cancellation);
+    /// Stores a preference and puts it on disk at once.
+    void writeDefault(const char* key, const QVariant& value);
     /// The microphone requester's answer, or false once `kMicrophoneAnswerLimit` has passed.
     QCoro::Task<bool> askForMicrophone();
     QCoro::Task<void> stepLevels(CancellationToken cancellation);

@@ -439,12 +439,7 @@ QColor ContentView::statusColor() const {
         return rest;
     }
     // The hint's colour comes and goes with the toolkit's default motion.
-    const double hint = std::clamp(selectionHint_.value(), 0.0, 1.0);
-    const QColor orange = Theme::orange();
-    const auto mix = [hint](double a, double b) { return a + (b - a) * hint; };
-    return QColor::fromRgbF(
-        float(mix(rest.redF(), orange.redF())), float(mix(rest.greenF(), orange.greenF())),
-        float(mix(rest.blueF(), orange.blueF())), float(mix(rest.alphaF(), orange.alphaF())));
+    return Theme::mixed(rest, Theme::orange(), selectionHint_.value());
 }
 
 bool ContentView::statusBold() const {

@@ -84,13 +84,6 @@ protected:
     }
 };
 
-QColor mixed(const QColor& from, const QColor& to, double amount) {
-    const auto mix = [amount](double a, double b) { return a + (b - a) * amount; };
-    return QColor::fromRgbF(
-        float(mix(from.redF(), to.redF())), float(mix(from.greenF(), to.greenF())),
-        float(mix(from.blueF(), to.blueF())), float(mix(from.alphaF(), to.alphaF())));
-}
-
 void setTextColor(QLabel* label, const QColor& color) {
     QPalette palette = label->palette();
     for (auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
@@ -329,17 +322,14 @@ QString SourceRowView::iconSymbol() const {
 QColor SourceRowView::fillColor() const {
     const QColor selectedFill = Theme::withOpacity(Theme::accent(), 0.08);
     const double hover = state_.isRecording() ? 0.0 : hoverProgress();
+    const double selected = volumeAreaOpacity();
+    if (hover <= 0.0 && selected <= 0.0) {
+        return Qt::transparent;
+    }
     const QColor hoverFill = hover > 0.0
                                  ? Theme::withOpacity(Theme::primary(palette()), 0.04 * hover)
                                  : Theme::withOpacity(selectedFill, 0.0);
-    const double selected = volumeAreaOpacity();
-    if (selected >= 1.0) {
-        return selectedFill;
-    }
-    if (selected <= 0.0) {
-        return hover > 0.0 ? hoverFill : QColor(Qt::transparent);
-    }
-    return mixed(hoverFill, selectedFill, selected);
+    return Theme::mixed(hoverFill, selectedFill, selected);
 }
 
 QString SourceRowView::percentageText(float volume) {

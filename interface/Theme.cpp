@@ -35,6 +35,18 @@ QColor Theme::withOpacity(QColor color, double opacity) {
     return color;
 }
 
+QColor Theme::mixed(const QColor& from, const QColor& to, double amount) {
+    if (amount <= 0.0) {
+        return from;
+    }
+    if (amount >= 1.0) {
+        return to;
+    }
+    const auto mix = [amount](float a, float b) { return float(a + (b - a) * amount); };
+    return QColor::fromRgbF(mix(from.redF(), to.redF()), mix(from.greenF(), to.greenF()),
+                            mix(from.blueF(), to.blueF()), mix(from.alphaF(), to.alphaF()));
+}
+
 QColor Theme::primary(const QPalette& palette) {
     return palette.color(QPalette::WindowText);
 }

@@ -39,6 +39,9 @@ public:
 
     /// `color` at `opacity` (0…1) times its own alpha.
     static QColor withOpacity(QColor color, double opacity);
+    /// The way from `from` to `to` (alpha included) at `amount`, clamped to 0…1; the ends are
+    /// the colours themselves.
+    static QColor mixed(const QColor& from, const QColor& to, double amount);
 
     /// The text colour of `palette`: the "primary" colour of a view.
     static QColor primary(const QPalette& palette);
