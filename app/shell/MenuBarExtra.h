@@ -32,8 +32,6 @@ public:
     ~MenuBarExtra() override;
 
     bool isInserted() const { return item_ != nullptr; }
-    /// The item while inserted, else null.
-    StatusNotifierItem* item() const { return item_.get(); }
     MenuBarLabelView* label() const { return label_.get(); }
     /// The open panel, else null.
     RecordingMenuBarView* panel() const;

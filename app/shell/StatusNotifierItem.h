@@ -33,24 +33,14 @@ public:
     StatusNotifierItem(const QString& id, QDBusConnection bus, QObject* parent = nullptr);
     ~StatusNotifierItem() override;
 
-    /// The bus name the item took, empty when the bus wasn't reachable.
-    QString serviceName() const { return serviceName_; }
-
-    QString title() const { return title_; }
     void setTitle(const QString& title);
     /// The tooltip's title and its text.
     void setToolTip(const QString& title, const QString& text);
-    QString toolTipTitle() const { return toolTipTitle_; }
-    QString toolTipText() const { return toolTipText_; }
     /// The label beside the icon where the host draws one; `guide` is its widest form, so the
     /// host can keep the width steady as the text changes.
     void setLabel(const QString& label, const QString& guide);
-    QString label() const { return label_; }
-    QString labelGuide() const { return labelGuide_; }
     /// The icon by its freedesktop theme name, and the image hosts use without that name.
     void setIcon(const QString& themeName, const QImage& image);
-    QString iconName() const { return iconName_; }
-    QImage iconImage() const { return iconImage_; }
 
 signals:
     /// The host's primary action (a click), at the pointer's global position as the host gives

@@ -38,8 +38,6 @@ public:
     PrivateSessionBus(const PrivateSessionBus&) = delete;
     PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
 
-    bool isRunning() const { return pid_ > 0 && !address_.empty(); }
-
 private:
     static std::string trimmed(std::string text) {
         while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {

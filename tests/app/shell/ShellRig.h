@@ -7,9 +7,9 @@
 #include "app/shell/MainWindow.h"
 #include "app/shell/MenuBarExtra.h"
 #include "app/shell/TrayHostWatch.h"
-#include "tests/app/shell/FakeTrayHost.h"
 #include "interface/SettingsView.h"
 #include "tests/app/QtTestSupport.h"
+#include "tests/app/shell/FakeTrayHost.h"
 #include "tests/interface/ViewRig.h"
 
 namespace bw::test {
@@ -65,6 +65,7 @@ struct ShellRig : ViewRig {
         const int before = listings->processCalls;
         app->openWindow(QStringLiteral("main"));
         pumpUntil([&] { return listings->processCalls > before && !state->appSources().empty(); });
+        EXPECT_TRUE(!trayHost || trayHost->isRunning()) << "no session bus for the tray host";
         pumpUntil([&] { return app->trayHostWatch()->isAvailable() == bool(trayHost); });
     }
 
