@@ -29,7 +29,7 @@ test: build
 test-tsan: deps
 	@cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBW_SANITIZE=thread >/dev/null
 	@cmake --build build-tsan -j $(JOBS)
-	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	@cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/thread-sanitizer.supp" \
 		ctest --output-on-failure -j $(JOBS) --timeout 600 -E "LiveRecordingTest|WindowRecordingTest|AccessibilityBusTest"
 
 bench: build

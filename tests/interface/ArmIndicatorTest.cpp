@@ -6,7 +6,6 @@
 #include "interface/ArmIndicator.h"
 #include "interface/ManualConsoleClock.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw {

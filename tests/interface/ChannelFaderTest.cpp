@@ -8,7 +8,6 @@
 #include "interface/ChannelFader.h"
 #include "interface/ManualConsoleClock.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw {

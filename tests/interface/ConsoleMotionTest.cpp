@@ -7,7 +7,6 @@
 #include "interface/ManualConsoleClock.h"
 #include "interface/SpringAnimation.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

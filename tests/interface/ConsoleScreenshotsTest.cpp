@@ -24,7 +24,6 @@
 #include "interface/SymbolImages.h"
 #include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw {

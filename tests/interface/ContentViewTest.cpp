@@ -23,7 +23,6 @@
 #include "interface/TimecodeLCDView.h"
 #include "platform/base/Localization.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
 #include "tests/interface/WidgetImages.h"
 

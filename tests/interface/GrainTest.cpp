@@ -15,7 +15,6 @@
 #include "interface/GrainTextureCache.h"
 #include "interface/SplitMix64.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

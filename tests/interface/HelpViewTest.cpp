@@ -6,7 +6,6 @@
 #include <QScrollBar>
 
 #include "interface/HelpView.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

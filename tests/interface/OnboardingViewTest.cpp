@@ -21,7 +21,6 @@
 #include "interface/SegmentedMeter.h"
 #include "interface/SymbolView.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

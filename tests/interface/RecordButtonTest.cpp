@@ -8,7 +8,6 @@
 #include "interface/ManualConsoleClock.h"
 #include "interface/RecordButton.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw {

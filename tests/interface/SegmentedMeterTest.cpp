@@ -9,7 +9,6 @@
 #include "interface/MasterLevelMeter.h"
 #include "interface/SegmentedMeter.h"
 #include "interface/Theme.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 
 namespace bw {

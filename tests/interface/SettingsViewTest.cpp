@@ -13,7 +13,6 @@
 #include "interface/GeneralSettingsView.h"
 #include "interface/SettingsView.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
 
 namespace bw {

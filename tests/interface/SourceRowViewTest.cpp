@@ -13,7 +13,6 @@
 #include "interface/SourceRowView.h"
 #include "interface/Theme.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
 
 namespace bw {

@@ -5,7 +5,6 @@
 #include <set>
 
 #include "interface/SymbolImages.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

@@ -6,7 +6,6 @@
 #include <QTextBrowser>
 
 #include "interface/UpdateDialog.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 
 namespace bw {
 namespace {

@@ -20,7 +20,6 @@
 #include "interface/SettingsView.h"
 #include "interface/UpdateDialog.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/ViewRig.h"
 #include "tests/interface/WidgetImages.h"
 

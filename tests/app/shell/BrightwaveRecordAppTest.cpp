@@ -16,8 +16,8 @@
 #include "interface/GeneralSettingsView.h"
 #include "interface/RecordButton.h"
 #include "interface/SettingsView.h"
+#include "tests/app/shell/BusUnderThreadSanitizer.h"
 #include "tests/app/shell/ShellRig.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {

@@ -36,10 +36,17 @@ public:
                                 QDBusConnection::ExportAllProperties);
         registered_ = bus_.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
     }
+    // The connection stays open for the next host of the program: closing it would have Qt's bus
+    // thread tear down its hooks into this object while it is being destroyed.
     ~FakeTrayHost() override {
         bus_.unregisterService(QStringLiteral("org.kde.StatusNotifierWatcher"));
         bus_.unregisterObject(QStringLiteral("/StatusNotifierWatcher"));
-        QDBusConnection::disconnectFromBus(bus_.name());
+        for (const QString& service : items_) {
+            bus_.disconnect(service, QStringLiteral("/StatusNotifierItem"),
+                            QStringLiteral("org.kde.StatusNotifierItem"),
+                            QStringLiteral("XAyatanaNewLabel"), this,
+                            SLOT(takeLabel(QString, QString)));
+        }
     }
 
     bool isRunning() const { return registered_; }

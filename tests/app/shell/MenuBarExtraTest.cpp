@@ -10,8 +10,8 @@
 #include "app/shell/RecordingMenuBarView.h"
 #include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
+#include "tests/app/shell/BusUnderThreadSanitizer.h"
 #include "tests/app/shell/ShellRig.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {

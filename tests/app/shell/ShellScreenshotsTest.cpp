@@ -16,8 +16,8 @@
 #include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
 #include "interface/Theme.h"
+#include "tests/app/shell/BusUnderThreadSanitizer.h"
 #include "tests/app/shell/ShellRig.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/interface/WidgetImages.h"
 #include "tests/support/PrivateSessionBus.h"
 

@@ -18,7 +18,6 @@
 #include "interface/SourceRowView.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/e2e/LiveRig.h"
-#include "tests/interface/QtUnderThreadSanitizer.h"
 #include "tests/support/DecodedAudio.h"
 #include "tests/support/SignalAnalysis.h"
 
