@@ -21,7 +21,9 @@ ProcessTapCapture::ProcessTapCapture(TapTarget target, bool muteTappedAudio,
       workspace_(std::move(workspace)),
       queue_(std::make_shared<SerialQueue>(kQueueLabel)) {}
 
-ProcessTapCapture::~ProcessTapCapture() { stop(); }
+ProcessTapCapture::~ProcessTapCapture() {
+    stop();
+}
 
 std::vector<AudioObjectID> ProcessTapCapture::currentMemberObjects() const {
     std::lock_guard guard(rebindLock_);
@@ -56,7 +58,8 @@ std::vector<AudioObjectID> ProcessTapCapture::memberObjects(AudioHardware& hardw
     }
     std::vector<AudioObjectID> members;
     for (std::int32_t candidate : order) {
-        if (candidate == pid || AudioProcessEnumerator::responsiblePID(workspace, candidate) == pid) {
+        if (candidate == pid ||
+            AudioProcessEnumerator::responsiblePID(workspace, candidate) == pid) {
             const auto& list = byPID[candidate];
             members.insert(members.end(), list.begin(), list.end());
         }
@@ -85,8 +88,9 @@ Expected<void, ErrorRef> ProcessTapCapture::makeTapDescription(TapDescription& d
         if (own) {
             description = TapDescription::stereoGlobalTapButExcludeProcesses({own.value()});
         } else if (!bundleTaps) {
-            return Unexpected(makeError(CoreAudioError(
-                kAudioHardwareBadObjectError, "identify BrightwaveRecord for feedback prevention")));
+            return Unexpected(
+                makeError(CoreAudioError(kAudioHardwareBadObjectError,
+                                         "identify BrightwaveRecord for feedback prevention")));
         } else {
             description = TapDescription::stereoGlobalTapButExcludeProcesses({});
         }
@@ -101,6 +105,11 @@ Expected<void, ErrorRef> ProcessTapCapture::makeTapDescription(TapDescription& d
     std::erase(members, AudioObjectID(0));
     const auto application = workspace_->runningApplication(target_.pid());
     const auto bundleID = application ? application->bundleID : std::nullopt;
+    {
+        std::lock_guard guard(rebindLock_);
+        followedPID_ = target_.pid();
+        bundleID_ = bundleID && !bundleID->empty() ? bundleID : std::nullopt;
+    }
     if (!members.empty()) {
         description = TapDescription::stereoMixdownOfProcesses(members);
         std::lock_guard guard(rebindLock_);
@@ -323,8 +332,32 @@ void ProcessTapCapture::ioCycle(const AudioBufferList* input) {
     handler(std::move(buffer));
 }
 
+std::optional<std::int32_t> ProcessTapCapture::relaunchOf(const std::string& bundleID,
+                                                          std::int32_t gone) {
+    for (const RunningApplication& app : workspace_->runningApplications()) {
+        if (app.pid != gone && app.bundleID == bundleID) {
+            return app.pid;
+        }
+    }
+    return std::nullopt;
+}
+
 void ProcessTapCapture::rebind() {
-    auto members = memberObjects(*hardware_, *workspace_, target_.pid());
+    std::int32_t followed = 0;
+    std::optional<std::string> bundleID;
+    {
+        std::lock_guard guard(rebindLock_);
+        followed = followedPID_;
+        bundleID = bundleID_;
+    }
+    auto members = memberObjects(*hardware_, *workspace_, followed);
+    if (members.empty() && bundleID) {
+        // The application quit; when it starts again, its new process is the one to follow.
+        if (const auto relaunched = relaunchOf(*bundleID, followed)) {
+            members = memberObjects(*hardware_, *workspace_, *relaunched);
+            followed = *relaunched;
+        }
+    }
     TapDescription candidate;
     AudioObjectID tap = 0;
     {
@@ -346,15 +379,16 @@ void ProcessTapCapture::rebind() {
     // Written outside the lock: no lock is held across a call into the audio system. Rebinding
     // runs only on `queue_`, so no other rebinding interleaves.
     const TapDescription* reference = &candidate;
-    const OSStatus status = hardware_->setPropertyData(
-        tap,
-        {kAudioTapPropertyDescription, kAudioObjectPropertyScopeGlobal,
-         kAudioObjectPropertyElementMain},
-        0, nullptr, sizeof reference, &reference);
+    const OSStatus status =
+        hardware_->setPropertyData(tap,
+                                   {kAudioTapPropertyDescription, kAudioObjectPropertyScopeGlobal,
+                                    kAudioObjectPropertyElementMain},
+                                   0, nullptr, sizeof reference, &reference);
     std::lock_guard guard(rebindLock_);
     if (status == 0 && tapDescription_) {
         *tapDescription_ = std::move(candidate);
         currentMemberObjects_ = std::move(members);
+        followedPID_ = followed;
     }
     // Otherwise the old list stays recorded and the next change tries again.
 }

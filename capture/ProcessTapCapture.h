@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "capture/TapTarget.h"
@@ -18,7 +19,9 @@ namespace bw {
 /// Turns the whole system's sound, or one application's, into float buffers: a process tap, a
 /// private aggregate device holding it (clocked by the default output device of the moment) and
 /// an IO proc on that device. An application's tap follows its helper processes as they come and
-/// go: each change of the process list rewrites the tap's member list.
+/// go: each change of the process list rewrites the tap's member list. An application with a bundle
+/// ID is followed through a relaunch: once its processes are gone, a new process of the same
+/// application takes their place in the tap.
 ///
 /// Owner: shared (`std::make_shared`); the IO proc and the listener hold it weakly. Thread: `start`
 /// and `stop` on the engine's control queue, never together; the IO proc and the listener run on
@@ -33,7 +36,8 @@ public:
 
     /// Touches no audio object.
     ProcessTapCapture(TapTarget target, bool muteTappedAudio,
-                      std::shared_ptr<AudioHardware> hardware, std::shared_ptr<Workspace> workspace);
+                      std::shared_ptr<AudioHardware> hardware,
+                      std::shared_ptr<Workspace> workspace);
     ~ProcessTapCapture() override;
 
     /// Tap, aggregate device, IO proc, in that order; any failure tears down what was made and
@@ -65,6 +69,8 @@ private:
     void addProcessListListener();
     void ioCycle(const AudioBufferList* input);
     void rebind();
+    /// Another running process of the application `bundleID`, once `gone` has quit.
+    std::optional<std::int32_t> relaunchOf(const std::string& bundleID, std::int32_t gone);
 
     const TapTarget target_;
     const bool muteTappedAudio_;
@@ -77,10 +83,12 @@ private:
     AudioDeviceIOProcID ioProcID_ = 0;
     std::atomic<bool> started_{false};
 
-    mutable std::mutex rebindLock_;  // guards the three below
+    mutable std::mutex rebindLock_;  // guards the five below
     std::optional<TapDescription> tapDescription_;
     std::vector<AudioObjectID> currentMemberObjects_;
     AudioObjectPropertyListener processListListener_;
+    std::int32_t followedPID_ = 0;         // the target, or its relaunch
+    std::optional<std::string> bundleID_;  // the target's application, when it has one
 
     // Written before the IO proc exists, read by it without a lock.
     std::optional<AudioFormat> format_;

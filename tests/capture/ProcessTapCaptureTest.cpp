@@ -322,6 +322,43 @@ TEST(ProcessTapCaptureTest, FollowsTheApplicationsHelpersAndWritesOnlyRealChange
     rig.expectNothingLeft("after stop");
 }
 
+// An application that quits and starts again: followed by its bundle ID, or not at all without.
+class RelaunchTest : public ::testing::TestWithParam<bool> {};
+
+TEST_P(RelaunchTest, TheTapFollowsANewProcessOfTheSameApplicationOnly) {
+    const bool hasBundleID = GetParam();
+    TapRig rig;
+    rig.workspace->addApplication({7, "org.example.Notes", "Notes", true, ""});
+    rig.workspace->addApplication(
+        {kPlayerPID, hasBundleID ? std::optional<std::string>("org.example.Player") : std::nullopt,
+         "Player", true, ""});
+    const AudioObjectID first = rig.hardware->addProcess(kPlayerPID, true);
+    auto capture = rig.make(TapTarget::process(kPlayerPID));
+    ASSERT_TRUE(capture->start());
+
+    rig.hardware->removeProcess(first);
+    rig.hardware->addProcess(7, true);  // another application playing meanwhile
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(capture->currentMemberObjects(), std::vector<AudioObjectID>{first});
+    rig.workspace->addApplication(
+        {300, hasBundleID ? std::optional<std::string>("org.example.Player") : std::nullopt,
+         "Player", true, ""});
+    rig.workspace->setParent(301, 300);
+    const AudioObjectID relaunched = rig.hardware->addProcess(300, true);
+    const AudioObjectID helper = rig.hardware->addProcess(301, true);
+    const std::vector<AudioObjectID> expected = hasBundleID
+                                                    ? std::vector<AudioObjectID>{relaunched, helper}
+                                                    : std::vector<AudioObjectID>{first};
+    TapRig::eventually([&] { return capture->currentMemberObjects() == expected; });
+    EXPECT_EQ(capture->currentMemberObjects(), expected);
+    EXPECT_EQ(rig.hardware->tapDescription(capture->tapID())->processes, expected);
+    capture->stop();
+}
+
+INSTANTIATE_TEST_SUITE_P(BundleID, RelaunchTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "Known" : "Unknown"; });
+
+
 TEST(ProcessTapCaptureTest, ATapWaitingByBundleIDTakesTheFirstProcessesThatAppear) {
     TapRig rig;
     rig.hardware->setSupportsBundleIDTaps(true);

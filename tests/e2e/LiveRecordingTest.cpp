@@ -430,32 +430,43 @@ TEST_F(LiveRecording, AacOfBroadbandSoundRunsAtTheNominalBitRate) {
 // ---------------------------------------------------------------------------------------------
 // b. A helper process that starts playing mid-recording counts for its application
 
-TEST_F(LiveRecording, HelperStartedMidRecordingIsRecordedFromItsFirstSound) {
-    const Tone& tone = server->tone440();
-    const std::string bundleID = "org.example.LateHelper";
-    // The application's program is a copy of the launcher under a name of its own, so that the
-    // desktop entry names it and nothing else.
+// An application of the desktop: its program is a copy of the launcher under a name of its own,
+// so that its desktop entry (bundle ID `bundleID`) names it and nothing else.
+fs::path installApplication(const std::string& bundleID, const std::string& name) {
     const fs::path data = std::getenv("XDG_DATA_HOME");
-    const fs::path program = data / "bin" / ("late-helper-" + std::to_string(getpid()));
+    const fs::path program = data / "bin" / (bundleID + "-" + std::to_string(getpid()));
     fs::create_directories(program.parent_path());
     fs::copy_file(BW_TEST_PARENT, program, fs::copy_options::overwrite_existing);
     fs::create_directories(data / "applications");
-    {
-        std::ofstream entry(data / "applications" / (bundleID + ".desktop"));
-        entry << "[Desktop Entry]\nType=Application\nName=Late Helper\nExec=" << program.string()
-              << " %U\n";
-    }
-    constexpr double kDelay = 1.5;
-    Child parent = Child::spawn({program.string(), "--delay-ms", std::to_string(int(kDelay * 1000)),
-                                 tone.file.string(), "-P", "node.name=bw-late-helper"});
-    ASSERT_TRUE(parent.valid());
-    const auto spawned = Clock::now();
-    // record-live finds the application by its executable: wait until the exec has happened.
-    const bool execed = eventually(2, [&] {
+    std::ofstream entry(data / "applications" / (bundleID + ".desktop"));
+    entry << "[Desktop Entry]\nType=Application\nName=" << name << "\nExec=" << program.string()
+          << " %U\n";
+    return program;
+}
+
+// Starts `program` and waits until it has become that program: record-live finds applications
+// by their executable.
+Child launch(const fs::path& program, const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv{program.string()};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    Child child = Child::spawn(argv);
+    EXPECT_TRUE(child.valid());
+    EXPECT_TRUE(eventually(2, [&] {
         std::error_code error;
-        return fs::read_symlink("/proc/" + std::to_string(parent.pid()) + "/exe", error) == program;
-    });
-    ASSERT_TRUE(execed);
+        return fs::read_symlink("/proc/" + std::to_string(child.pid()) + "/exe", error) == program;
+    }));
+    return child;
+}
+
+TEST_F(LiveRecording, HelperStartedMidRecordingIsRecordedFromItsFirstSound) {
+    const Tone& tone = server->tone440();
+    const std::string bundleID = "org.example.LateHelper";
+    const fs::path program = installApplication(bundleID, "Late Helper");
+    constexpr double kDelay = 1.5;
+    const auto spawned = Clock::now();
+    Child parent = launch(program, {"--delay-ms", std::to_string(int(kDelay * 1000)),
+                                    tone.file.string(), "-P", "node.name=bw-late-helper"});
+    ASSERT_FALSE(HasFailure());
 
     const auto file = path("late-helper.wav");
     Take take(file, "wav", 4, {"app:" + bundleID});
@@ -489,6 +500,41 @@ TEST_F(LiveRecording, HelperStartedMidRecordingIsRecordedFromItsFirstSound) {
         EXPECT_LT(rmsIn(*audio, ch, 0.0, *onset - 0.1), tone.levelDb - 50) << "not silent before";
         EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, *onset + 0.3, durationOf(*audio) - 0.1),
                     tone.levelDb, kLevelToleranceDb);
+    }
+}
+
+TEST_F(LiveRecording, AnApplicationRelaunchedMidRecordingIsFollowed) {
+    const Tone& tone = server->tone440();
+    const std::string bundleID = "org.example.Relaunched";
+    const fs::path program = installApplication(bundleID, "Relaunched Player");
+    Child first = launch(program, {tone.file.string(), "-P", "node.name=bw-relaunch-1"});
+    ASSERT_FALSE(HasFailure());
+    const auto file = path("relaunched.wav");
+    Take take(file, "wav", 6, {"app:" + bundleID});
+    ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
+    const auto begun = Clock::now();
+    sleepSeconds(2.0);
+    first.stop();
+    const double quitAt = secondsSince(begun);
+    sleepSeconds(0.5);
+    Child second = launch(program, {tone.file.string(), "-P", "node.name=bw-relaunch-2"});
+    ASSERT_FALSE(HasFailure());
+    const double relaunchedAt = secondsSince(begun);
+    const Report report = take.finish(14);
+    ASSERT_TRUE(report.finished) << "record-live did not end";
+    EXPECT_FALSE(report.failure) << report.json;
+    const auto audio = decode(file);
+    ASSERT_TRUE(audio);
+    const double d = durationOf(*audio);
+    ASSERT_GT(d, relaunchedAt + 1.5);
+    for (std::size_t ch = 0; ch < 2; ++ch) {
+        SCOPED_TRACE("channel " + std::to_string(ch));
+        EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, 0.3, quitAt - 0.3), tone.levelDb,
+                    kLevelToleranceDb)
+            << "before the relaunch";
+        EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, relaunchedAt + 1.0, d - 0.2), tone.levelDb,
+                    kLevelToleranceDb)
+            << "after the relaunch";
     }
 }
 
