@@ -13,6 +13,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <semaphore>
 #include <set>
 #include <thread>
@@ -27,17 +28,25 @@ namespace bw {
 namespace {
 
 // Our object ids: one range per kind, so an id says what it names.
-constexpr AudioObjectID kDeviceBase = 0x0100000;   // + node id
-constexpr AudioObjectID kStreamBase = 0x0200000;   // + port id ('stm#' entries)
-constexpr AudioObjectID kProcessBase = 0x0300000;  // + counter
-constexpr AudioObjectID kTapBase = 0x0400000;      // + counter
+constexpr AudioObjectID kDeviceBase = 0x0100000;     // + counter, one per node name
+constexpr AudioObjectID kStreamBase = 0x0200000;     // + port id ('stm#' entries)
+constexpr AudioObjectID kProcessBase = 0x0300000;    // + counter
+constexpr AudioObjectID kTapBase = 0x0400000;        // + counter
 constexpr AudioObjectID kAggregateBase = 0x0500000;  // + counter
 constexpr AudioObjectID kRangeSize = 0x0100000;
 
 constexpr double kGraphRate = 48000.0;
 constexpr auto kServerTimeout = std::chrono::seconds(3);
+// A lost or missing server is looked for again at this pace.
+constexpr auto kReconnectInterval = std::chrono::seconds(1);
+// A server away longer than this takes its devices with it; a shorter outage is a gap.
+constexpr auto kOutageLimit = std::chrono::seconds(5);
+// The stand-in clock's step while the server is away: 10 ms of silence at the graph's rate.
+constexpr std::uint32_t kStandInFrames = 480;
 
-bool inRange(AudioObjectID id, AudioObjectID base) { return id >= base && id < base + kRangeSize; }
+bool inRange(AudioObjectID id, AudioObjectID base) {
+    return id >= base && id < base + kRangeSize;
+}
 
 AudioStreamBasicDescription interleavedFloat(double rate, std::uint32_t channels) {
     AudioStreamBasicDescription asbd;
@@ -72,7 +81,8 @@ std::int32_t dictInt(const spa_dict* props, const char* key, std::int32_t fallba
 // "FL", "RL", ... → 0 (left), 1 (right), or -1 (feeds both: mono, centre, LFE, unknown).
 int sideOfChannel(const std::string& channel) {
     static const std::set<std::string> left = {"FL", "RL", "SL", "FLC", "RLC", "TFL", "TRL", "FLW"};
-    static const std::set<std::string> right = {"FR", "RR", "SR", "FRC", "RRC", "TFR", "TRR", "FRW"};
+    static const std::set<std::string> right = {"FR",  "RR",  "SR",  "FRC",
+                                                "RRC", "TFR", "TRR", "FRW"};
     if (left.contains(channel)) {
         return 0;
     }
@@ -183,16 +193,19 @@ struct PipeWireHardware::Impl {
         Impl* owner = nullptr;
         pw_stream* stream = nullptr;
         spa_hook listener{};
+        std::string name;  // node name, target and autoconnect: to make it again on a new server
+        std::string target;
+        bool autoconnect = false;
         bool playback = false;
         std::uint32_t channels = 2;
         double rate = kGraphRate;
-        std::unique_ptr<SampleRing> ring;      // capture: realtime thread → pump
-        std::counting_semaphore<> signal{0};   // capture: wakes the pump
-        std::atomic<bool> consuming{false};    // capture: a started IO proc reads the ring
-        std::atomic<bool> rendering{false};    // playback: the IO block may run
-        AudioDeviceIOBlock block;              // playback: called on the realtime thread
+        std::unique_ptr<SampleRing> ring;     // capture: realtime thread → pump
+        std::counting_semaphore<> signal{0};  // capture: wakes the pump
+        std::atomic<bool> consuming{false};   // capture: a started IO proc reads the ring
+        std::atomic<bool> rendering{false};   // playback: the IO block may run
+        AudioDeviceIOBlock block;             // playback: called on the realtime thread
         std::atomic<std::uint64_t> dropped{0};
-        double sampleTime = 0;                 // realtime thread only
+        double sampleTime = 0;  // realtime thread, or the stand-in clock
     };
 
     struct Tap {
@@ -236,6 +249,19 @@ struct PipeWireHardware::Impl {
     bool connected = false;
     int syncSequence = 0;
     int doneSequence = -1;
+    // A new connection shows its graph only once its first state has arrived (two round trips),
+    // so listeners never see a half-filled mirror of a server that came back.
+    bool settled = false;
+    int settleSequence = -1;
+    int settleStep = 0;
+    spa_source* retryTimer = nullptr;
+    std::optional<std::chrono::steady_clock::time_point> lostAt;
+    bool gaveUp = false;  // the outage outlasted kOutageLimit: the devices are gone
+    // Renders silence through started playback IO procs while the server is away, so that the
+    // graph they clock goes on.
+    std::thread standInClock;
+    std::atomic<bool> standInRunning{false};
+    std::atomic<bool> standInBusy{false};
     const std::int32_t ownPID = std::int32_t(getpid());
 
     std::map<std::uint32_t, std::unique_ptr<Node>> nodes;
@@ -244,6 +270,9 @@ struct PipeWireHardware::Impl {
     std::string defaultSinkName;
     std::string defaultSourceName;
     std::map<std::int32_t, AudioObjectID> processObjects;  // pid → object, while it has clients
+    // Device objects by node name, kept across reconnections so a device keeps its id.
+    std::map<std::string, AudioObjectID> deviceIDs;
+    AudioObjectID nextDevice = kDeviceBase + 1;
     // The application of each process, asked once per process: the resolver reads /proc and the
     // desktop entries, too slow to repeat at every graph event.
     std::map<std::int32_t, std::optional<std::string>> bundleCache;
@@ -287,10 +316,18 @@ struct PipeWireHardware::Impl {
     static int onMetadataProperty(void* data, std::uint32_t subject, const char* key,
                                   const char* type, const char* value);
     void graphChanged();
+    void announce();
     void serverGone();
-
+    bool connect();
+    void teardownConnection();
+    void armRetry(std::chrono::milliseconds delay);
+    static void onRetry(void* data, std::uint64_t expirations);
+    void startStandInClock();
+    void stopStandInClock();
+    std::vector<std::shared_ptr<Endpoint>> endpoints() const;
     // The mirror as objects (loop lock held).
     bool isDevice(const Node& node) const;
+    AudioObjectID deviceID(const Node& node) const;
     bool isOutputStream(const Node& node) const;
     const Node* deviceNode(AudioObjectID device) const;
     std::vector<AudioObjectID> deviceList() const;
@@ -324,6 +361,7 @@ struct PipeWireHardware::Impl {
     std::shared_ptr<Endpoint> makeEndpoint(bool playback, const std::string& name,
                                            std::uint32_t channels, double rate,
                                            const std::string& target, bool autoconnect);
+    bool connectEndpoint(Endpoint& endpoint);
     void destroyEndpoint(const std::shared_ptr<Endpoint>& endpoint);
     static void onProcess(void* data);
     static void pump(const std::shared_ptr<IOProc>& proc);
@@ -403,9 +441,9 @@ const pw_stream_events& streamEvents() {
 
 PipeWireHardware::Impl::Impl(BundleResolver resolver) : bundleOfProcess(std::move(resolver)) {
     pw_init(nullptr, nullptr);
-    silentSinkName = "brightwave-silence-" + std::to_string(ownPID) + "-" +
-                     std::to_string(std::chrono::steady_clock::now().time_since_epoch().count() %
-                                    1000000007);
+    silentSinkName =
+        "brightwave-silence-" + std::to_string(ownPID) + "-" +
+        std::to_string(std::chrono::steady_clock::now().time_since_epoch().count() % 1000000007);
     loop = pw_thread_loop_new("bw-pipewire", nullptr);
     if (loop == nullptr) {
         return;
@@ -415,26 +453,185 @@ PipeWireHardware::Impl::Impl(BundleResolver resolver) : bundleOfProcess(std::mov
         return;
     }
     LoopLock lock(loop);
-    core = pw_context_connect(
-        context,
-        pw_properties_new(PW_KEY_APP_NAME, "Brightwave Record", PW_KEY_APP_ID,
-                          "com.tallowfields.BrightwaveRecord", nullptr),
-        0);
+    retryTimer = pw_loop_add_timer(pw_thread_loop_get_loop(loop), &Impl::onRetry, this);
+    if (!connect()) {
+        armRetry(kReconnectInterval);  // no server yet: every operation answers with a status
+        return;
+    }
+    roundTrip();  // the globals that exist now
+    roundTrip();  // the info of the proxies bound for them
+    settled = true;
+    settleStep = 0;
+    graphChanged();
+}
+
+bool PipeWireHardware::Impl::connect() {
+    core = pw_context_connect(context,
+                              pw_properties_new(PW_KEY_APP_NAME, "Brightwave Record", PW_KEY_APP_ID,
+                                                "com.tallowfields.BrightwaveRecord", nullptr),
+                              0);
     if (core == nullptr) {
-        return;  // no server: every operation answers with a status
+        return false;
     }
     pw_core_add_listener(core, &coreListener, &coreEvents(), this);
     registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
     pw_registry_add_listener(registry, &registryListener, &registryEvents(), this);
     connected = true;
-    roundTrip();  // the globals that exist now
-    roundTrip();  // the info of the proxies bound for them
+    settled = false;
+    settleStep = 1;
+    settleSequence = pw_core_sync(core, PW_ID_CORE, 0);
+    // What we had made on the old server, made again; links and moves follow once it settles.
+    stopStandInClock();
+    for (const auto& endpoint : endpoints()) {
+        connectEndpoint(*endpoint);
+    }
+    return true;
+}
+
+void PipeWireHardware::Impl::teardownConnection() {
+    for (const auto& endpoint : endpoints()) {
+        destroyEndpoint(endpoint);
+    }
+    for (auto& [id, aggregate] : aggregates) {
+        for (auto& [key, link] : aggregate->links) {
+            pw_proxy_destroy(link);
+        }
+        aggregate->links.clear();
+        aggregate->mutedNodes.clear();  // the moves went with the old server's metadata
+    }
+    if (silentSink != nullptr) {
+        pw_proxy_destroy(silentSink);
+        silentSink = nullptr;
+    }
+    for (auto& [id, node] : nodes) {
+        if (node->proxy != nullptr) {
+            spa_hook_remove(&node->listener);
+            pw_proxy_destroy(node->proxy);
+        }
+    }
+    nodes.clear();
+    ports.clear();
+    for (auto& [id, client] : clients) {
+        if (client->proxy != nullptr) {
+            spa_hook_remove(&client->listener);
+            pw_proxy_destroy(client->proxy);
+        }
+    }
+    clients.clear();
+    if (metadata != nullptr) {
+        spa_hook_remove(&metadataListener);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(metadata));
+        metadata = nullptr;
+        metadataID = 0;
+    }
+    defaultSinkName.clear();
+    defaultSourceName.clear();
+    if (registry != nullptr) {
+        spa_hook_remove(&registryListener);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+        registry = nullptr;
+    }
+    if (core != nullptr) {
+        spa_hook_remove(&coreListener);
+        pw_core_disconnect(core);
+        core = nullptr;
+    }
+}
+
+void PipeWireHardware::Impl::armRetry(std::chrono::milliseconds delay) {
+    timespec value{delay.count() / 1000, (delay.count() % 1000) * 1000000};
+    if (delay.count() == 0) {
+        value.tv_nsec = 1;  // zero would disarm the timer
+    }
+    pw_loop_update_timer(pw_thread_loop_get_loop(loop), retryTimer, &value, nullptr, false);
+}
+
+void PipeWireHardware::Impl::onRetry(void* data, std::uint64_t) {
+    auto* self = static_cast<Impl*>(data);
+    if (self->core != nullptr && !self->connected) {
+        self->teardownConnection();  // what was left of the lost server
+    }
+    if (self->core == nullptr && !self->connect()) {
+        if (self->lostAt && !self->gaveUp &&
+            std::chrono::steady_clock::now() - *self->lostAt >= kOutageLimit) {
+            // Away too long: its devices and processes go, and what depends on them ends.
+            self->gaveUp = true;
+            self->stopStandInClock();
+            self->announce();
+        }
+        self->armRetry(kReconnectInterval);
+    }
+}
+
+std::vector<std::shared_ptr<PipeWireHardware::Impl::Endpoint>> PipeWireHardware::Impl::endpoints()
+    const {
+    std::vector<std::shared_ptr<Endpoint>> list;
+    for (const auto& [id, aggregate] : aggregates) {
+        if (aggregate->capture) {
+            list.push_back(aggregate->capture);
+        }
+    }
+    for (const auto& [id, proc] : procs) {
+        if (proc->ownsEndpoint && proc->endpoint) {
+            list.push_back(proc->endpoint);
+        }
+    }
+    return list;
+}
+
+void PipeWireHardware::Impl::startStandInClock() {
+    std::vector<std::shared_ptr<Endpoint>> playback;
+    for (const auto& endpoint : endpoints()) {
+        if (endpoint->playback && endpoint->rendering.load()) {
+            playback.push_back(endpoint);
+        }
+    }
+    if (playback.empty() || standInClock.joinable()) {
+        return;
+    }
+    standInRunning.store(true);
+    standInClock = std::thread([this, playback = std::move(playback)] {
+        pthread_setname_np(pthread_self(), "bw-stand-in-clock");
+        std::uint32_t widest = 0;
+        for (const auto& endpoint : playback) {
+            widest = std::max(widest, endpoint->channels);
+        }
+        std::vector<float> silence(std::size_t(kStandInFrames) * widest);
+        auto next = std::chrono::steady_clock::now();
+        while (standInRunning.load()) {
+            next += std::chrono::microseconds(std::int64_t(kStandInFrames * 1e6 / kGraphRate));
+            std::this_thread::sleep_until(next);
+            for (const auto& endpoint : playback) {
+                // Busy before the check: a stop that clears `rendering` then waits for idle
+                // knows no block is running once it returns.
+                standInBusy.store(true);
+                if (standInRunning.load() && endpoint->rendering.load()) {
+                    std::fill(silence.begin(), silence.end(), 0.0f);
+                    const std::uint32_t bytes = kStandInFrames * 4 * endpoint->channels;
+                    AudioBuffer audio{endpoint->channels, bytes, silence.data()};
+                    AudioBufferList list{1, &audio};
+                    const AudioTimeStamp now{endpoint->sampleTime, 0};
+                    endpoint->block(&now, nullptr, nullptr, &list, &now);
+                    endpoint->sampleTime += kStandInFrames;
+                }
+                standInBusy.store(false);
+            }
+        }
+    });
+}
+
+void PipeWireHardware::Impl::stopStandInClock() {
+    standInRunning.store(false);
+    if (standInClock.joinable()) {
+        standInClock.join();
+    }
 }
 
 PipeWireHardware::Impl::~Impl() {
     if (loop == nullptr) {
         return;
     }
+    stopStandInClock();
     std::vector<std::shared_ptr<IOProc>> running;
     {
         LoopLock lock(loop);
@@ -495,6 +692,9 @@ PipeWireHardware::Impl::~Impl() {
             spa_hook_remove(&coreListener);
             pw_core_disconnect(core);
         }
+        if (retryTimer != nullptr) {
+            pw_loop_destroy_source(pw_thread_loop_get_loop(loop), retryTimer);
+        }
     }
     pw_thread_loop_stop(loop);
     if (context != nullptr) {
@@ -521,10 +721,24 @@ void PipeWireHardware::Impl::roundTrip() {
 
 void PipeWireHardware::Impl::onCoreDone(void* data, std::uint32_t id, int seq) {
     auto* self = static_cast<Impl*>(data);
-    if (id == PW_ID_CORE) {
-        self->doneSequence = seq;
-        pw_thread_loop_signal(self->loop, false);
+    if (id != PW_ID_CORE) {
+        return;
     }
+    self->doneSequence = seq;
+    if (!self->settled && self->settleStep > 0 && seq == self->settleSequence) {
+        if (self->settleStep == 1) {
+            // The globals are here; one more trip brings the info of what we bound for them.
+            self->settleStep = 2;
+            self->settleSequence = pw_core_sync(self->core, PW_ID_CORE, 0);
+        } else {
+            self->settleStep = 0;
+            self->settled = true;
+            self->lostAt.reset();
+            self->gaveUp = false;
+            self->graphChanged();
+        }
+    }
+    pw_thread_loop_signal(self->loop, false);
 }
 
 void PipeWireHardware::Impl::onCoreError(void* data, std::uint32_t id, int, int res, const char*) {
@@ -535,28 +749,20 @@ void PipeWireHardware::Impl::onCoreError(void* data, std::uint32_t id, int, int 
 }
 
 void PipeWireHardware::Impl::serverGone() {
+    // Listeners hear nothing yet: a server that is back within kOutageLimit leaves only a gap.
     connected = false;
-    for (auto& [id, node] : nodes) {
-        if (node->proxy != nullptr) {
-            spa_hook_remove(&node->listener);
-        }
+    settled = false;
+    settleStep = 0;
+    if (!lostAt) {
+        lostAt = std::chrono::steady_clock::now();
     }
-    nodes.clear();
-    ports.clear();
-    for (auto& [id, client] : clients) {
-        if (client->proxy != nullptr) {
-            spa_hook_remove(&client->listener);
-        }
-    }
-    clients.clear();
-    defaultSinkName.clear();
-    defaultSourceName.clear();
-    graphChanged();
+    startStandInClock();
+    armRetry(std::chrono::milliseconds(0));  // the old connection goes outside its own callback
     pw_thread_loop_signal(loop, false);
 }
 
-void PipeWireHardware::Impl::onGlobal(void* data, std::uint32_t id, std::uint32_t,
-                                      const char* type, std::uint32_t, const spa_dict* props) {
+void PipeWireHardware::Impl::onGlobal(void* data, std::uint32_t id, std::uint32_t, const char* type,
+                                      std::uint32_t, const spa_dict* props) {
     auto* self = static_cast<Impl*>(data);
     if (strcmp(type, PW_TYPE_INTERFACE_Node) == 0) {
         const std::string mediaClass = dictValue(props, PW_KEY_MEDIA_CLASS);
@@ -570,8 +776,8 @@ void PipeWireHardware::Impl::onGlobal(void* data, std::uint32_t id, std::uint32_
         node->name = dictValue(props, PW_KEY_NODE_NAME);
         node->description = dictValue(props, PW_KEY_NODE_DESCRIPTION);
         node->clientID = dictInt(props, PW_KEY_CLIENT_ID, -1);
-        node->proxy = static_cast<pw_proxy*>(
-            pw_registry_bind(self->registry, id, type, PW_VERSION_NODE, 0));
+        node->proxy =
+            static_cast<pw_proxy*>(pw_registry_bind(self->registry, id, type, PW_VERSION_NODE, 0));
         if (node->proxy != nullptr) {
             pw_proxy_add_object_listener(node->proxy, &node->listener, &nodeEvents(), node.get());
         }
@@ -646,7 +852,8 @@ void PipeWireHardware::Impl::onNodeInfo(void* data, const pw_node_info* info) {
         if (auto name = dictValue(info->props, PW_KEY_NODE_NAME); !name.empty()) {
             node->name = name;
         }
-        if (auto description = dictValue(info->props, PW_KEY_NODE_DESCRIPTION); !description.empty()) {
+        if (auto description = dictValue(info->props, PW_KEY_NODE_DESCRIPTION);
+            !description.empty()) {
             node->description = description;
         }
         node->linkGroup = dictValue(info->props, PW_KEY_NODE_LINK_GROUP);
@@ -701,19 +908,28 @@ bool PipeWireHardware::Impl::isOutputStream(const Node& node) const {
     return node.mediaClass == "Stream/Output/Audio";
 }
 
+AudioObjectID PipeWireHardware::Impl::deviceID(const Node& node) const {
+    auto it = deviceIDs.find(node.name);
+    return it == deviceIDs.end() ? 0 : it->second;
+}
+
 const PipeWireHardware::Impl::Node* PipeWireHardware::Impl::deviceNode(AudioObjectID device) const {
     if (!inRange(device, kDeviceBase)) {
         return nullptr;
     }
-    auto it = nodes.find(device - kDeviceBase);
-    return it != nodes.end() && isDevice(*it->second) ? it->second.get() : nullptr;
+    for (const auto& [id, node] : nodes) {
+        if (isDevice(*node) && deviceID(*node) == device) {
+            return node.get();
+        }
+    }
+    return nullptr;
 }
 
 std::vector<AudioObjectID> PipeWireHardware::Impl::deviceList() const {
     std::vector<AudioObjectID> list;
     for (const auto& [id, node] : nodes) {
-        if (isDevice(*node)) {
-            list.push_back(kDeviceBase + id);
+        if (isDevice(*node) && deviceID(*node) != 0) {
+            list.push_back(deviceID(*node));
         }
     }
     return list;
@@ -731,9 +947,8 @@ std::vector<AudioObjectID> PipeWireHardware::Impl::processList() const {
 AudioObjectID PipeWireHardware::Impl::defaultDevice(bool output) const {
     const std::string& name = output ? defaultSinkName : defaultSourceName;
     for (const auto& [id, node] : nodes) {
-        if (node->name == name && isDevice(*node) &&
-            (node->mediaClass == "Audio/Sink") == output) {
-            return kDeviceBase + id;
+        if (node->name == name && isDevice(*node) && (node->mediaClass == "Audio/Sink") == output) {
+            return deviceID(*node);
         }
     }
     return 0;
@@ -791,8 +1006,21 @@ void PipeWireHardware::Impl::updateProcessObjects() {
 }
 
 void PipeWireHardware::Impl::graphChanged() {
-    updateProcessObjects();
+    pw_thread_loop_signal(loop, false);
+    if (!settled) {
+        return;
+    }
+    for (const auto& [id, node] : nodes) {
+        if (isDevice(*node) && !node->name.empty() && !deviceIDs.contains(node->name)) {
+            deviceIDs[node->name] = nextDevice++;
+        }
+    }
     reconcileLinks();
+    announce();
+}
+
+void PipeWireHardware::Impl::announce() {
+    updateProcessObjects();
     auto devices = deviceList();
     if (devices != lastDevices) {
         lastDevices = std::move(devices);
@@ -820,7 +1048,6 @@ void PipeWireHardware::Impl::graphChanged() {
         }
     }
     lastRunning = std::move(running);
-    pw_thread_loop_signal(loop, false);
 }
 
 void PipeWireHardware::Impl::notify(AudioObjectID object, AudioObjectPropertySelector selector) {
@@ -1086,8 +1313,8 @@ void PipeWireHardware::Impl::reconcile(Aggregate& aggregate) {
     const bool mute = tap != taps.end() &&
                       tap->second.description.muteBehavior != TapDescription::MuteBehavior::unmuted;
     std::set<std::uint32_t> muted = mute ? tapped : std::set<std::uint32_t>{};
-    if (!muted.empty() && !ensureSilentSink()) {
-        muted.clear();
+    if (!muted.empty() && (metadata == nullptr || !ensureSilentSink())) {
+        muted.clear();  // tried again at the next change
     }
     for (std::uint32_t node : aggregate.mutedNodes) {
         if (!muted.contains(node) && nodes.contains(node)) {
@@ -1134,35 +1361,49 @@ std::shared_ptr<PipeWireHardware::Impl::Endpoint> PipeWireHardware::Impl::makeEn
     const std::string& target, bool autoconnect) {
     auto endpoint = std::make_shared<Endpoint>();
     endpoint->owner = this;
+    endpoint->name = name;
+    endpoint->target = target;
+    endpoint->autoconnect = autoconnect;
     endpoint->playback = playback;
     endpoint->channels = channels;
     endpoint->rate = rate;
     if (!playback) {
-        endpoint->ring = std::make_unique<SampleRing>(std::size_t(channels) * std::size_t(rate) * 2);
+        endpoint->ring =
+            std::make_unique<SampleRing>(std::size_t(channels) * std::size_t(rate) * 2);
     }
+    if (!connectEndpoint(*endpoint)) {
+        return nullptr;
+    }
+    return endpoint;
+}
+
+bool PipeWireHardware::Impl::connectEndpoint(Endpoint& endpoint) {
+    const bool playback = endpoint.playback;
+    const bool autoconnect = endpoint.autoconnect;
+    const std::uint32_t channels = endpoint.channels;
     pw_properties* props = pw_properties_new(
         PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, playback ? "Playback" : "Capture",
-        PW_KEY_MEDIA_ROLE, "Production", PW_KEY_NODE_NAME, name.c_str(), PW_KEY_NODE_DESCRIPTION,
-        "Brightwave Record", PW_KEY_APP_NAME, "Brightwave Record", PW_KEY_NODE_GROUP,
-        "brightwave-recording", nullptr);
-    if (!target.empty()) {
-        pw_properties_set(props, PW_KEY_TARGET_OBJECT, target.c_str());
+        PW_KEY_MEDIA_ROLE, "Production", PW_KEY_NODE_NAME, endpoint.name.c_str(),
+        PW_KEY_NODE_DESCRIPTION, "Brightwave Record", PW_KEY_APP_NAME, "Brightwave Record",
+        PW_KEY_NODE_GROUP, "brightwave-recording", nullptr);
+    if (!endpoint.target.empty()) {
+        pw_properties_set(props, PW_KEY_TARGET_OBJECT, endpoint.target.c_str());
     }
     if (!autoconnect) {
         pw_properties_set(props, PW_KEY_NODE_AUTOCONNECT, "false");
         pw_properties_set(props, PW_KEY_NODE_WANT_DRIVER, "true");
     }
-    endpoint->stream = pw_stream_new(core, name.c_str(), props);
-    if (endpoint->stream == nullptr) {
-        return nullptr;
+    endpoint.stream = pw_stream_new(core, endpoint.name.c_str(), props);
+    if (endpoint.stream == nullptr) {
+        return false;
     }
-    pw_stream_add_listener(endpoint->stream, &endpoint->listener, &streamEvents(), endpoint.get());
+    pw_stream_add_listener(endpoint.stream, &endpoint.listener, &streamEvents(), &endpoint);
     std::uint8_t buffer[1024];
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
     spa_audio_info_raw info{};
     info.format = SPA_AUDIO_FORMAT_F32;
     info.channels = channels;
-    info.rate = std::uint32_t(rate);
+    info.rate = std::uint32_t(endpoint.rate);
     if (channels == 2) {
         info.position[0] = SPA_AUDIO_CHANNEL_FL;
         info.position[1] = SPA_AUDIO_CHANNEL_FR;
@@ -1174,12 +1415,14 @@ std::shared_ptr<PipeWireHardware::Impl::Endpoint> PipeWireHardware::Impl::makeEn
     const spa_pod* params[1] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)};
     const auto flags = pw_stream_flags(PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS |
                                        (autoconnect ? PW_STREAM_FLAG_AUTOCONNECT : 0));
-    if (pw_stream_connect(endpoint->stream, playback ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT,
+    if (pw_stream_connect(endpoint.stream, playback ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT,
                           PW_ID_ANY, flags, params, 1) < 0) {
-        destroyEndpoint(endpoint);
-        return nullptr;
+        spa_hook_remove(&endpoint.listener);
+        pw_stream_destroy(endpoint.stream);
+        endpoint.stream = nullptr;
+        return false;
     }
-    return endpoint;
+    return true;
 }
 
 void PipeWireHardware::Impl::destroyEndpoint(const std::shared_ptr<Endpoint>& endpoint) {
@@ -1246,7 +1489,8 @@ void PipeWireHardware::Impl::pump(const std::shared_ptr<IOProc>& proc) {
             if (available == 0) {
                 break;
             }
-            const std::size_t count = endpoint.ring->read(block.data(), std::min(available, block.size()));
+            const std::size_t count =
+                endpoint.ring->read(block.data(), std::min(available, block.size()));
             AudioBuffer audio{channels, std::uint32_t(count * 4), block.data()};
             AudioBufferList list{1, &audio};
             const AudioTimeStamp now{sampleTime, 0};
@@ -1264,6 +1508,9 @@ void PipeWireHardware::Impl::stopProc(const std::shared_ptr<IOProc>& proc) {
     if (proc->endpoint) {
         proc->endpoint->rendering.store(false);
         proc->endpoint->consuming.store(false);
+    }
+    while (standInBusy.load()) {
+        std::this_thread::yield();  // a block the stand-in clock is in the middle of
     }
     if (proc->pumping.exchange(false) && proc->endpoint) {
         proc->endpoint->signal.release();
@@ -1309,7 +1556,8 @@ OSStatus PipeWireHardware::getPropertyDataSize(AudioObjectID object,
     if (result.status != 0) {
         return result.status;
     }
-    outSize = result.text ? std::uint32_t(sizeof(AudioStringRef)) : std::uint32_t(result.bytes.size());
+    outSize =
+        result.text ? std::uint32_t(sizeof(AudioStringRef)) : std::uint32_t(result.bytes.size());
     return 0;
 }
 
@@ -1358,9 +1606,8 @@ OSStatus PipeWireHardware::getPropertyData(AudioObjectID object,
 }
 
 OSStatus PipeWireHardware::setPropertyData(AudioObjectID object,
-                                           const AudioObjectPropertyAddress& address,
-                                           std::uint32_t, const void*, std::uint32_t size,
-                                           const void* data) {
+                                           const AudioObjectPropertyAddress& address, std::uint32_t,
+                                           const void*, std::uint32_t size, const void* data) {
     if (impl_->loop == nullptr) {
         return kAudioHardwareNotRunningError;
     }

@@ -22,8 +22,14 @@ namespace bw {
 ///
 /// Owner: one per process, shared. Thread: every operation from any thread but a realtime
 /// callback; calls take the PipeWire loop lock briefly and may wait for the server (bounded).
-/// Playback IO procs run on the stream's realtime thread; all others run on their queue. When the
-/// server goes away, operations fail with `kAudioHardwareNotRunningError` and devices vanish.
+/// Playback IO procs run on the stream's realtime thread; all others run on their queue.
+///
+/// A server that is missing or goes away is looked for once a second. While it is away,
+/// operations fail with `kAudioHardwareNotRunningError`, listeners hear nothing and a stand-in
+/// clock renders started playback IO procs into silence, so what they clock sees a gap. When it
+/// comes back, what was made here (captures, their links and moves, IO procs' streams, the silent
+/// sink) is made again under the same object ids; devices keep their ids by node name. A server
+/// away for 5 s takes its devices and processes with it, as listeners then hear.
 class PipeWireHardware : public AudioHardware {
 public:
     /// Says which application (bundle ID) a process belongs to, for taps by bundle ID and for
@@ -36,7 +42,7 @@ public:
     explicit PipeWireHardware(BundleResolver bundleOfProcess = {});
     ~PipeWireHardware() override;
 
-    /// Whether the server answered at construction and has not gone away since.
+    /// Whether a server is connected now.
     bool isConnected() const;
 
     OSStatus getPropertyDataSize(AudioObjectID object, const AudioObjectPropertyAddress& address,
