@@ -65,11 +65,30 @@ AppState::AppState(AppStateDependencies dependencies, QObject* parent)
     passthroughEnabled_ = defaults_->value(kPassthroughEnabledKey, false).toBool();
     recordingFormatRaw_ = defaults_->value(kRecordingFormatKey, QStringLiteral("m4a")).toString();
     recordingsFolderPath_ = defaults_->value(kRecordingsFolderPathKey, QString()).toString();
+    if (dependencies_.watchSources) {
+        // The relay lives as long as the watch's callback may run; it is deleted on its thread.
+        std::shared_ptr<QObject> relay(new QObject, [](QObject* object) { object->deleteLater(); });
+        QPointer<AppState> self(this);
+        sourceWatch_ = dependencies_.watchSources([relay, self] {
+            QMetaObject::invokeMethod(
+                relay.get(),
+                [self] {
+                    if (self) {
+                        self->sourcesMayHaveChanged();
+                    }
+                },
+                Qt::QueuedConnection);
+        });
+    }
 }
 
 AppState::~AppState() {
+    sourceWatch_.reset();
     if (sourceRefreshTimerTask_) {
         sourceRefreshTimerTask_->cancel();
+    }
+    if (watchRefreshTask_) {
+        watchRefreshTask_->cancel();
     }
     if (levelTimerTask_) {
         levelTimerTask_->cancel();
@@ -180,6 +199,23 @@ QCoro::Task<void> AppState::refreshPeriodically(CancellationToken cancellation) 
         }
         co_await refreshSources();
     }
+}
+
+void AppState::sourcesMayHaveChanged() {
+    if (!sourceRefreshTimerTask_ || (watchRefreshTask_ && !watchRefreshTask_->isFinished())) {
+        return;
+    }
+    watchRefreshTask_ = TaskHandle::start(
+        [this](CancellationToken token) { return refreshSoon(std::move(token)); });
+}
+
+QCoro::Task<void> AppState::refreshSoon(CancellationToken cancellation) {
+    auto clock = clock_;
+    QPointer<AppState> self(this);
+    if (!co_await clock->sleep(kSourceWatchSettle, cancellation) || !self) {
+        co_return;
+    }
+    co_await refreshSources();
 }
 
 void AppState::toggleSource(const RecordingSource& source) {

@@ -73,6 +73,9 @@ public:
         "systemAudioPermissionAttempted";
 
     static constexpr auto kSourceRefreshInterval = std::chrono::seconds(5);
+    /// After the audio server announces a change, the lists are read again this much later, so
+    /// that a burst of changes costs one refresh.
+    static constexpr auto kSourceWatchSettle = std::chrono::milliseconds(250);
     static constexpr auto kSelectionHintDuration = std::chrono::seconds(3);
     /// How long a start waits for the desktop's answer on the microphone; silence is a no.
     static constexpr auto kMicrophoneAnswerLimit = std::chrono::seconds(10);
@@ -244,6 +247,10 @@ private:
     void setShowSelectionHint(bool value);
 
     QCoro::Task<void> refreshPeriodically(CancellationToken cancellation);
+    /// A change announced by the audio server, on the main thread: a refresh soon, while the
+    /// periodic one runs (a window shows the lists) and none is already on its way.
+    void sourcesMayHaveChanged();
+    QCoro::Task<void> refreshSoon(CancellationToken cancellation);
     QCoro::Task<void> hideSelectionHintLater(CancellationToken cancellation);
     /// Stores a preference and puts it on disk at once.
     void writeDefault(const char* key, const QVariant& value);
@@ -277,6 +284,8 @@ private:
     std::optional<QDateTime> recordingStartDate_;
     std::optional<TaskHandle> levelTimerTask_;
     std::optional<TaskHandle> sourceRefreshTimerTask_;
+    std::optional<TaskHandle> watchRefreshTask_;
+    std::shared_ptr<void> sourceWatch_;  // last: it goes first, before what its calls reach
     const std::function<QCoro::Task<bool>()> microphonePermissionRequester_;
     const RecordingEngineFactory recordingEngineFactory_;
 

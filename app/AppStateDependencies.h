@@ -25,6 +25,10 @@ struct AppStateDependencies {
     std::function<std::vector<AudioProcessEnumerator::ProcessInfo>()> listProcesses;
     /// The input devices in display order; as `listProcesses`.
     std::function<std::vector<AudioInputDeviceEnumerator::InputDevice>()> listInputDevices;
+    /// Calls `changed`, on any thread, whenever the audio server's applications or devices may
+    /// have changed (a server that comes back included), until the returned token is dropped.
+    /// Empty: the lists follow the periodic refresh only.
+    std::function<std::shared_ptr<void>(std::function<void()> changed)> watchSources;
     /// Asks for microphone access; the task resumes on the main thread with the answer.
     std::function<QCoro::Task<bool>()> microphonePermissionRequester;
     /// Makes the engine of one recording; called on the main thread.

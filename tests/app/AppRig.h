@@ -85,6 +85,7 @@ struct AppRig {
     bool grantMicrophone = true;
     int permissionRequests = 0;
     std::optional<SharedResult<bool>> heldPermission;  // set: the question stays open
+    std::function<void()> announceSourceChange;  // the audio server's word, as the watch hears it
     std::unique_ptr<AppState> state;
 
     AppRig() { makeState(); }
@@ -93,6 +94,10 @@ struct AppRig {
         AppStateDependencies d;
         d.listProcesses = [l = listings] { return l->processes(); };
         d.listInputDevices = [l = listings] { return l->devices(); };
+        d.watchSources = [this](std::function<void()> changed) {
+            announceSourceChange = std::move(changed);
+            return std::shared_ptr<void>();
+        };
         d.microphonePermissionRequester = [this] {
             ++permissionRequests;
             SharedResult<bool> reply = heldPermission.value_or(SharedResult<bool>());

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include <QSignalSpy>
 #include <cmath>
 
@@ -172,6 +174,34 @@ TEST(AppStateSourcesTest, PeriodicRefreshRunsEveryFiveSecondsPlusItsOwnTime) {
     EXPECT_EQ(rig.listings->processCalls, 2);
     rig.state->startSourceRefreshTimer();
     EXPECT_EQ(rig.clock->pendingSleeps(), std::vector<std::chrono::milliseconds>{5000ms});
+}
+
+TEST(AppStateSourcesTest, TheServersWordOfAChangeRefreshesSoonOnceWhileAWindowShowsTheLists) {
+    AppRig rig;
+    auto announceFromAnotherThread = [&](int times) {
+        std::thread([&] {
+            for (int i = 0; i < times; ++i) {
+                rig.announceSourceChange();
+            }
+        }).join();
+        QCoreApplication::processEvents();
+    };
+    ASSERT_TRUE(rig.announceSourceChange);
+    announceFromAnotherThread(1);  // no window: the periodic refresh isn't running
+    EXPECT_TRUE(rig.clock->pendingSleeps().empty());
+
+    rig.state->startSourceRefreshTimer();
+    rig.listings->set({process(1, "a", "A")}, {});
+    announceFromAnotherThread(3);  // a burst: one refresh
+    EXPECT_EQ(rig.clock->pendingSleeps(), (std::vector<std::chrono::milliseconds>{5000ms, 250ms}));
+    rig.clock->advance(249ms);
+    EXPECT_EQ(rig.listings->processCalls, 0);
+    rig.clock->advance(1ms);
+    ASSERT_TRUE(pumpUntil([&] { return rig.state->appSources().size() == 1u; }));
+    EXPECT_EQ(rig.listings->processCalls, 1);
+    announceFromAnotherThread(1);  // the last one is done: a new change brings a new refresh
+    rig.clock->advance(250ms);
+    ASSERT_TRUE(pumpUntil([&] { return rig.listings->processCalls == 2; }));
 }
 
 TEST(AppStateSourcesTest, SelectionHintStaysUntilThreeSecondsAfterTheLastFlash) {

@@ -112,8 +112,8 @@ public:
         sigset_t none;
         sigemptyset(&none);
         posix_spawnattr_setsigmask(&attributes, &none);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF |
-                                                  POSIX_SPAWN_SETSIGMASK);
+        posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         pid_t pid = -1;
         if (posix_spawnp(&pid, argp[0], &actions, &attributes, argp.data(), envp.data()) == 0) {
             child.pid_ = pid;
@@ -199,7 +199,8 @@ inline RunResult run(const std::vector<std::string>& argv, double timeout = 20,
     // Read until every writer has closed the pipe (a daemon it started may keep it a while).
     char buffer[4096];
     while (child.valid()) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
         if (left.count() <= 0) {
             break;
         }
@@ -301,22 +302,13 @@ public:
     AudioServer& operator=(const AudioServer&) = delete;
     ~AudioServer() { stop(); }
 
-    /// Empty on success, else what went wrong.
-    std::string start(const std::filesystem::path& script) {
-        script_ = script;
-        const auto result = run({script.string(), "start"}, 60);
-        env_ = parseExports(result.out);
-        if (!result.succeeded()) {
-            return "`" + script.string() + " start` failed (status " +
-                   std::to_string(result.status) + "); it printed: " + result.out;
-        }
-        for (const char* name : {"BW_AUDIO_DIR", "XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR",
-                                 "DBUS_SESSION_BUS_ADDRESS", "HOME", "XDG_DATA_HOME"}) {
-            if (!env_.contains(name)) {
-                return std::string("the server's exports lack ") + name + "; printed: " + result.out;
-            }
-        }
-        return {};
+    /// Starts a server in `dir`, or in a new folder. Empty on success, else what went wrong.
+    std::string start(const std::filesystem::path& script, const std::filesystem::path& dir = {}) {
+        return call(script, "start", dir);
+    }
+    /// Makes `dir` ready for a server to be started later and takes its environment.
+    std::string prepare(const std::filesystem::path& script, const std::filesystem::path& dir) {
+        return call(script, "prepare", dir);
     }
 
     void stop() {
@@ -330,6 +322,29 @@ public:
     std::filesystem::path dir() const { return env_.at("BW_AUDIO_DIR"); }
 
 private:
+    std::string call(const std::filesystem::path& script, const std::string& command,
+                     const std::filesystem::path& dir) {
+        script_ = script;
+        std::vector<std::string> argv{script.string(), command};
+        if (!dir.empty()) {
+            argv.push_back(dir.string());
+        }
+        const auto result = run(argv, 60);
+        env_ = parseExports(result.out);
+        if (!result.succeeded()) {
+            return "`" + script.string() + " " + command + "` failed (status " +
+                   std::to_string(result.status) + "); it printed: " + result.out;
+        }
+        for (const char* name : {"BW_AUDIO_DIR", "XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR",
+                                 "DBUS_SESSION_BUS_ADDRESS", "HOME", "XDG_DATA_HOME"}) {
+            if (!env_.contains(name)) {
+                return std::string("the server's exports lack ") + name +
+                       "; printed: " + result.out;
+            }
+        }
+        return {};
+    }
+
     std::filesystem::path script_;
     Env env_;
 };
@@ -395,10 +410,9 @@ struct Probe {
 };
 
 inline Probe probe(const std::filesystem::path& file) {
-    const auto result =
-        run({"ffprobe", "-v", "error", "-select_streams", "a:0", "-show_entries",
-             "stream=codec_name,sample_rate,channels,bit_rate:format=duration", "-of",
-             "default=noprint_wrappers=1", file.string()});
+    const auto result = run({"ffprobe", "-v", "error", "-select_streams", "a:0", "-show_entries",
+                             "stream=codec_name,sample_rate,channels,bit_rate:format=duration",
+                             "-of", "default=noprint_wrappers=1", file.string()});
     Probe p;
     p.text = result.out;
     std::map<std::string, std::string> values;
@@ -441,15 +455,16 @@ inline std::vector<PortLink> currentLinks(const Env& overrides = {}) {
     return links;
 }
 
-inline std::string nodeOf(const std::string& port) { return port.substr(0, port.rfind(':')); }
+inline std::string nodeOf(const std::string& port) {
+    return port.substr(0, port.rfind(':'));
+}
 
 /// The nodes that the output ports of `node` feed.
 inline std::vector<std::string> nodesFedBy(const std::vector<PortLink>& links,
                                            const std::string& node) {
     std::vector<std::string> fed;
     for (const auto& [from, to] : links) {
-        if (nodeOf(from) == node &&
-            std::find(fed.begin(), fed.end(), nodeOf(to)) == fed.end()) {
+        if (nodeOf(from) == node && std::find(fed.begin(), fed.end(), nodeOf(to)) == fed.end()) {
             fed.push_back(nodeOf(to));
         }
     }
