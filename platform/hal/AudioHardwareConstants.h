@@ -49,6 +49,8 @@ constexpr AudioObjectPropertySelector kAudioObjectPropertyName = fourCharCode("l
 constexpr AudioObjectPropertySelector kAudioDevicePropertyNominalSampleRate = fourCharCode("nsrt");
 /// The device's stream format in the input or output scope: an `AudioStreamBasicDescription`.
 constexpr AudioObjectPropertySelector kAudioDevicePropertyStreamFormat = fourCharCode("sfmt");
+/// Announced (never read) when the device's IO lost audio because its reader fell behind.
+constexpr AudioObjectPropertySelector kAudioDeviceProcessorOverload = fourCharCode("over");
 
 // Process object properties.
 constexpr AudioObjectPropertySelector kAudioProcessPropertyPID = fourCharCode("ppid");

@@ -1482,8 +1482,16 @@ void PipeWireHardware::Impl::pump(const std::shared_ptr<IOProc>& proc) {
     const std::uint32_t channels = endpoint.channels;
     std::vector<float> block(std::size_t(channels) * 8192);
     double sampleTime = 0;
+    std::uint64_t announcedDrops = 0;
     while (proc->pumping.load()) {
         (void)endpoint.signal.try_acquire_for(std::chrono::milliseconds(50));
+        if (const auto dropped = endpoint.dropped.load(std::memory_order_relaxed);
+            dropped > announcedDrops) {
+            // The ring was full: the reader fell behind and audio is missing.
+            announcedDrops = dropped;
+            LoopLock lock(endpoint.owner->loop);
+            endpoint.owner->notify(proc->device, kAudioDeviceProcessorOverload);
+        }
         while (proc->pumping.load()) {
             const std::size_t available = endpoint.ring->readable() / channels * channels;
             if (available == 0) {
