@@ -43,10 +43,14 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
     queue_->async([self = shared_from_this(), copy = std::move(copy), onFailure] {
         if (self->file_) {
             if (auto written = self->file_->write(*copy); !written) {
-                self->report(
-                    localized("QueuedFileWriter", "Recording failed while writing the file.") +
-                        " " + written.error().localizedDescription(),
-                    onFailure);
+                // A file full to its format's limit is no failure; its text tells why it ends.
+                const AVError& error = written.error();
+                self->report(error.code() == AudioFile::kSizeLimitReached
+                                 ? error.localizedDescription()
+                                 : localized("QueuedFileWriter",
+                                             "Recording failed while writing the file.") +
+                                       " " + error.localizedDescription(),
+                             onFailure);
             } else {
                 self->framesWritten_.fetch_add(copy->frameLength());
             }

@@ -2,6 +2,14 @@
 <!DOCTYPE TS>
 <TS version="2.1">
 <context>
+    <name>AudioFile</name>
+    <message>
+        <location filename="../platform/av/AudioFile.cpp" line="+573"/>
+        <source>Recording stopped: AIFF files can’t grow past 4 GB. Choose WAV or M4A for longer recordings.</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>AudioInputDeviceEnumerator</name>
     <message>
         <location filename="../capture/AudioInputDeviceEnumerator.cpp" line="+39"/>
@@ -46,7 +54,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+10"/>
+        <location line="+13"/>
         <source>Recording failed while writing the file.</source>
         <translation type="unfinished"></translation>
     </message>

@@ -24,7 +24,9 @@ extern "C" {
 #include <utility>
 #include <vector>
 
+#include "platform/av/Mp4Fragments.h"
 #include "platform/av/PcmHeaderRefresh.h"
+#include "platform/base/Localization.h"
 #include "platform/hal/AudioHardwareConstants.h"
 
 namespace bw {
@@ -44,8 +46,8 @@ constexpr std::int64_t kMaxChannels = 8;
 // PCM goes to the muxer in packets of at most this many frames, so the conversion scratch is
 // allocated once, whatever size the caller's buffers are.
 constexpr int kPcmChunkFrames = 8192;
-// AIFF sizes are 32-bit; stop before the header would wrap (about six hours of 48 kHz stereo).
-constexpr std::uint64_t kAiffDataLimit = std::numeric_limits<std::uint32_t>::max() - (1u << 16);
+// RIFF and AIFF sizes are 32-bit: about six hours of 48 kHz stereo.
+constexpr std::uint64_t kPlainHeaderLimit = std::numeric_limits<std::uint32_t>::max();
 
 enum class Container { m4a, wav, aiff };
 
@@ -402,6 +404,10 @@ struct AudioFile::Impl {
     // WAV and AIFF: the header's sizes follow the data once a second, for files cut short.
     std::optional<PcmHeaderRefresh> headerRefresh;
     std::int64_t nextHeaderRefresh = 0;  // in frames written
+    std::uint64_t headerBytes = 0;       // before the first sample
+    std::uint64_t sizeLimit = kPlainHeaderLimit;
+    // M4A: written as fragments of at most a second, each flushed and synced as it is cut.
+    std::optional<Mp4Fragments> fragments;
     bool open = false;
 
     Impl(std::filesystem::path path, const Plan& p)
@@ -421,6 +427,7 @@ struct AudioFile::Impl {
     Expected<void, AVError> writePcm(const float* const* data, bool interleaved, FrameCount frames);
     Expected<void, AVError> writeAac(const float* const* data, bool interleaved, FrameCount frames);
     Expected<void, AVError> encode(AVFrame* input);
+    Expected<void, AVError> cutFragment();
     Expected<void, AVError> finish();
     void release();
 };
@@ -521,19 +528,30 @@ Expected<void, AVError> AudioFile::Impl::setUp() {
         // The edit list that trims the encoder's priming and padding is in movie time; at the
         // default millisecond scale it would cut the end to the millisecond, not the frame.
         av_dict_set_int(&options, "movie_timescale", plan.sampleRate, 0);
+        // Fragments cut here, so that each is flushed and synced as it is cut. The mfra index at
+        // the end would only be in the way of the plain movie the close makes of them.
+        av_dict_set(&options, "movflags", "+frag_custom+empty_moov+default_base_moof+skip_trailer",
+                    0);
     }
     rc = avformat_write_header(muxer, &options);
     av_dict_free(&options);
     if (rc < 0) {
         return Unexpected(error("Could not write the header of", rc));
     }
-    if (plan.container != Container::m4a) {
-        avio_flush(muxer->pb);
+    avio_flush(muxer->pb);
+    if (muxer->pb->error < 0) {
+        return Unexpected(error("Could not write the header of", muxer->pb->error));
+    }
+    headerBytes = std::uint64_t(avio_tell(muxer->pb));
+    if (plan.container == Container::m4a) {
+        // Without it the file is still written as fragments; only the close can't index them.
+        fragments = Mp4Fragments::open(url);
+    } else {
         headerRefresh = PcmHeaderRefresh::open(url,
                                                plan.container == Container::aiff
                                                    ? PcmHeaderRefresh::Layout::aiff
                                                    : PcmHeaderRefresh::Layout::wav,
-                                               std::uint64_t(avio_tell(muxer->pb)));
+                                               headerBytes);
         nextHeaderRefresh = plan.sampleRate;
     }
     open = true;
@@ -545,10 +563,17 @@ Expected<void, AVError> AudioFile::Impl::writePcm(const float* const* data, bool
     const int channels = plan.channels;
     const bool bigEndian = plan.codec == AV_CODEC_ID_PCM_S16BE;
     const std::uint64_t bytes = std::uint64_t(frames) * channels * sizeof(std::int16_t);
-    if (plan.container == Container::aiff && pcmBytes + bytes > kAiffDataLimit) {
-        return Unexpected(failure(
-            kAudioFileUnspecifiedError,
-            "The file " + inQuotes(url.string()) + " has reached the 4 GB limit of AIFF files."));
+    if (plan.container == Container::aiff && headerBytes - 8 + pcmBytes + bytes > sizeLimit) {
+        // The recording ends here, as on a full disk, but with a file that is complete.
+        const auto finished = finish();
+        if (!finished) {
+            return finished;
+        }
+        return Unexpected(
+            failure(kSizeLimitReached,
+                    localized("AudioFile",
+                              "Recording stopped: AIFF files can\u2019t grow past 4 GB. Choose WAV "
+                              "or M4A for longer recordings.")));
     }
     FrameCount done = 0;
     while (done < frames) {
@@ -618,12 +643,37 @@ Expected<void, AVError> AudioFile::Impl::encode(AVFrame* input) {
         }
         av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
         packet->stream_index = stream->index;
+        const auto duration = std::uint32_t(packet->duration > 0 ? packet->duration : frameSize);
+        const auto bytes = std::uint32_t(packet->size);
+        if (fragments && fragments->pendingDuration() + duration > std::uint64_t(plan.sampleRate)) {
+            const auto cut = cutFragment();
+            if (!cut) {
+                av_packet_unref(packet);
+                return cut;
+            }
+        }
         rc = av_write_frame(muxer, packet);
         av_packet_unref(packet);
         if (rc < 0) {
             return Unexpected(error("Could not write to the file", rc));
         }
+        if (fragments) {
+            fragments->addSample(bytes, duration);
+        }
     }
+}
+
+Expected<void, AVError> AudioFile::Impl::cutFragment() {
+    // The muxer holds the fragment's samples until the cut, so it is written from here on.
+    const auto moofAt = std::uint64_t(avio_tell(muxer->pb));
+    const int rc = av_write_frame(muxer, nullptr);
+    avio_flush(muxer->pb);
+    if (rc < 0 || muxer->pb->error < 0) {
+        return Unexpected(error("Could not write to the file", rc < 0 ? rc : muxer->pb->error));
+    }
+    // A refused sync costs only crash safety; the next one may succeed.
+    (void)fragments->fragmentWritten(moofAt, std::uint64_t(avio_tell(muxer->pb)));
+    return {};
 }
 
 Expected<void, AVError> AudioFile::Impl::writeAac(const float* const* data, bool interleaved,
@@ -684,16 +734,38 @@ Expected<void, AVError> AudioFile::Impl::finish() {
             }
         }
         keepFirst(encode(nullptr));
+        if (fragments && fragments->pendingDuration() > 0) {
+            keepFirst(cutFragment());
+        }
     }
-    headerRefresh.reset();  // the trailer writes the exact sizes
     const int rc = av_write_trailer(muxer);
     if (rc < 0) {
         keepFirst(Unexpected(error("Could not finish the file", rc)));
     }
+    const auto fileEnd = std::uint64_t(avio_tell(muxer->pb));
     const int closed = avio_closep(&muxer->pb);
     if (closed < 0) {
         keepFirst(Unexpected(error("Could not finish the file", closed)));
     }
+    if (result && fragments && encoder != nullptr) {
+        // The priming and the padding are in the track's time, which is the encoder's.
+        const auto unfinished =
+            fragments->finish(fileEnd, std::uint64_t(std::max(0, encoder->initial_padding)),
+                              std::uint64_t(framesWritten));
+        if (unfinished) {
+            keepFirst(Unexpected(failure(
+                kAudioFileUnspecifiedError,
+                "Could not finish the file " + inQuotes(url.string()) + ": " + *unfinished + ".")));
+        }
+    }
+    // The trailer's sizes again, RF64 past the limit, and synced: the header is ours to the end.
+    if (result && headerRefresh &&
+        !headerRefresh->refresh(pcmBytes, std::uint64_t(framesWritten))) {
+        keepFirst(
+            Unexpected(error("Could not finish the file", AVERROR(errno != 0 ? errno : EIO))));
+    }
+    fragments.reset();
+    headerRefresh.reset();
     open = false;
     release();
     return result;
@@ -775,10 +847,14 @@ Expected<void, AVError> AudioFile::write(const PCMBuffer& buffer) {
     }
     const auto written = f.encoder != nullptr ? f.writeAac(data, format.isInterleaved(), frames)
                                               : f.writePcm(data, format.isInterleaved(), frames);
-    if (written) {
-        f.framesWritten += frames;
+    if (!written) {
+        return written;
+    }
+    f.framesWritten += frames;
+    if (f.encoder == nullptr) {
         // Hand each buffer to the system at once: should the program die, what was recorded
-        // up to the last buffer is on disk rather than in the muxer's buffer.
+        // up to the last buffer is on disk rather than in the muxer's buffer. (AAC reaches the
+        // disk a fragment at a time.)
         avio_flush(f.muxer->pb);
         if (f.muxer->pb->error < 0) {
             return Unexpected(f.error("Could not write to the file", f.muxer->pb->error));
@@ -803,6 +879,13 @@ Expected<void, AVError> AudioFile::close() {
 
 std::int64_t AudioFile::framesWritten() const {
     return impl_->framesWritten;
+}
+
+void AudioFile::setHeaderSizeLimit(std::uint64_t bytes) {
+    impl_->sizeLimit = std::min(bytes, kPlainHeaderLimit);
+    if (impl_->headerRefresh) {
+        impl_->headerRefresh->setFormLimit(impl_->sizeLimit);
+    }
 }
 
 }  // namespace bw

@@ -20,9 +20,14 @@ namespace bw {
 /// thread at a time. Every call may block on the disk and allocate.
 ///
 /// The file is complete once `close()` has returned or the object is destroyed, whichever comes
-/// first: the trailer or header sizes are written then.
+/// first: the trailer or header sizes are written and synced to disk then. An M4A is written as
+/// fragments and made a plain movie by the close, in well under a second even for hours.
 class AudioFile {
 public:
+    /// The code of the error `write` returns once an AIFF has reached the header size limit: its
+    /// text is the whole reason the recording ends, for the user.
+    static constexpr std::int32_t kSizeLimitReached = 0x62696721;  // 'big!'
+
     /// Creates (truncating) the file at `url`. Fails with a readable error when the folder is
     /// missing or not writable, the extension is unknown, or the settings don't fit the container.
     static Expected<std::unique_ptr<AudioFile>, AVError> createForWriting(
@@ -41,6 +46,11 @@ public:
     /// Appends and encodes the buffer's `frameLength` frames, synchronously. The buffer must be
     /// 32-bit float at the file's rate and channel count (interleaved or not); otherwise, or when
     /// the disk or encoder refuses, a readable error and nothing of the buffer is written.
+    ///
+    /// What a crash leaves: a WAV or AIFF has every accepted buffer and a header telling the
+    /// length up to a second ago; an M4A plays up to its last fragment (a second at most).
+    /// An AIFF that would grow past the header size limit takes no more: the file is completed
+    /// and the error (`kSizeLimitReached`) says why the recording ends.
     Expected<void, AVError> write(const PCMBuffer& buffer);
 
     /// Flushes the encoder and completes the file. Later calls and later writes fail harmlessly.
@@ -48,6 +58,11 @@ public:
 
     /// Frames accepted by `write` so far.
     std::int64_t framesWritten() const;
+
+    /// The largest form (file less 8 bytes) a 32-bit RIFF or AIFF header describes; 4 GiB less
+    /// one byte, and no more, by default. Past it a WAV's header turns RF64 and an AIFF ends.
+    /// Tests lower it to get there in a second.
+    void setHeaderSizeLimit(std::uint64_t bytes);
 
 private:
     struct Impl;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
@@ -13,12 +14,21 @@ namespace bw {
 namespace {
 
 constexpr std::uint64_t kMaxHeaderBytes = 1 << 16;
+constexpr std::uint64_t kMax32 = std::numeric_limits<std::uint32_t>::max();
+// "RF64", form size, "WAVE", "ds64" and its size, then its RIFF, data and frame sizes.
+constexpr std::size_t kRf64HeadBytes = 12 + 8 + 24;
 
 std::uint32_t readSize(const std::uint8_t* at, bool bigEndian) {
     return bigEndian ? std::uint32_t(at[0]) << 24 | std::uint32_t(at[1]) << 16 |
                            std::uint32_t(at[2]) << 8 | at[3]
                      : std::uint32_t(at[3]) << 24 | std::uint32_t(at[2]) << 16 |
                            std::uint32_t(at[1]) << 8 | at[0];
+}
+
+void putLittle(std::uint8_t* at, std::uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) {
+        at[i] = std::uint8_t(value >> (8 * i));
+    }
 }
 
 bool writeSize(int descriptor, std::uint64_t offset, std::uint64_t value, bool bigEndian) {
@@ -32,6 +42,9 @@ bool writeSize(int descriptor, std::uint64_t offset, std::uint64_t value, bool b
 }
 
 }  // namespace
+
+PcmHeaderRefresh::PcmHeaderRefresh(int descriptor, Layout layout, std::uint64_t dataOffset)
+    : descriptor_(descriptor), layout_(layout), dataOffset_(dataOffset), formLimit_(kMax32) {}
 
 std::optional<PcmHeaderRefresh> PcmHeaderRefresh::open(const std::filesystem::path& path,
                                                        Layout layout, std::uint64_t dataOffset) {
@@ -55,6 +68,9 @@ std::optional<PcmHeaderRefresh> PcmHeaderRefresh::open(const std::filesystem::pa
     for (std::uint64_t at = 12; at + 8 <= dataOffset;) {
         const std::uint8_t* chunk = header.data() + at;
         const std::uint64_t size = readSize(chunk + 4, aiff);
+        if (!aiff && at == 12 && std::memcmp(chunk, "JUNK", 4) == 0 && size >= 28) {
+            refresh.ds64Room_ = true;
+        }
         if (!aiff && std::memcmp(chunk, "data", 4) == 0) {
             refresh.dataSizeAt_ = at + 4;
             break;
@@ -79,7 +95,9 @@ PcmHeaderRefresh::PcmHeaderRefresh(PcmHeaderRefresh&& other) noexcept
       layout_(other.layout_),
       dataOffset_(other.dataOffset_),
       dataSizeAt_(other.dataSizeAt_),
-      frameCountAt_(other.frameCountAt_) {}
+      frameCountAt_(other.frameCountAt_),
+      ds64Room_(other.ds64Room_),
+      formLimit_(other.formLimit_) {}
 
 PcmHeaderRefresh& PcmHeaderRefresh::operator=(PcmHeaderRefresh&& other) noexcept {
     if (this != &other) {
@@ -91,6 +109,8 @@ PcmHeaderRefresh& PcmHeaderRefresh::operator=(PcmHeaderRefresh&& other) noexcept
         dataOffset_ = other.dataOffset_;
         dataSizeAt_ = other.dataSizeAt_;
         frameCountAt_ = other.frameCountAt_;
+        ds64Room_ = other.ds64Room_;
+        formLimit_ = other.formLimit_;
     }
     return *this;
 }
@@ -101,12 +121,31 @@ PcmHeaderRefresh::~PcmHeaderRefresh() {
     }
 }
 
+void PcmHeaderRefresh::setFormLimit(std::uint64_t bytes) {
+    formLimit_ = std::min(bytes, kMax32);
+}
+
 bool PcmHeaderRefresh::refresh(std::uint64_t dataBytes, std::uint64_t frames) {
     const std::uint64_t formSize = dataOffset_ + dataBytes - 8;
-    if (descriptor_ < 0 || formSize > std::numeric_limits<std::uint32_t>::max()) {
+    if (descriptor_ < 0) {
         return false;
     }
     const bool aiff = layout_ == Layout::aiff;
+    if (formSize > formLimit_) {
+        if (aiff || !ds64Room_) {
+            return false;
+        }
+        // One write for the form and ds64, then the data size that points there: a reader sees
+        // the old RIFF header or the new RF64 one.
+        std::array<std::uint8_t, kRf64HeadBytes> head{};
+        std::memcpy(head.data(), "RF64\xFF\xFF\xFF\xFFWAVEds64", 16);
+        putLittle(head.data() + 16, 28, 4);
+        putLittle(head.data() + 20, formSize, 8);
+        putLittle(head.data() + 28, dataBytes, 8);
+        putLittle(head.data() + 36, frames, 8);
+        return ::pwrite(descriptor_, head.data(), head.size(), 0) == ssize_t(head.size()) &&
+               writeSize(descriptor_, dataSizeAt_, kMax32, false) && ::fdatasync(descriptor_) == 0;
+    }
     // AIFF counts the SSND chunk's offset and block size fields in its size.
     const bool written =
         writeSize(descriptor_, 4, formSize, aiff) &&

@@ -29,19 +29,25 @@ public:
     PcmHeaderRefresh& operator=(const PcmHeaderRefresh&) = delete;
     ~PcmHeaderRefresh();
 
-    /// Writes the sizes of `dataBytes` of samples (`frames` frames) and syncs the file. Sizes past
-    /// 32 bits are left to the trailer (a WAV becomes RF64 there). False when the disk refused.
+    /// Writes the sizes of `dataBytes` of samples (`frames` frames) and syncs the file. Past the
+    /// form limit a WAV's header turns RF64, its true sizes in the ds64 chunk that FFmpeg reserves
+    /// as JUNK; an AIFF's is left as it was. False when the disk refused or nothing was written.
     bool refresh(std::uint64_t dataBytes, std::uint64_t frames);
 
+    /// The largest form size (the file less 8 bytes) written as a plain 32-bit header; at most,
+    /// and by default, 4 GiB less one byte.
+    void setFormLimit(std::uint64_t bytes);
+
 private:
-    PcmHeaderRefresh(int descriptor, Layout layout, std::uint64_t dataOffset)
-        : descriptor_(descriptor), layout_(layout), dataOffset_(dataOffset) {}
+    PcmHeaderRefresh(int descriptor, Layout layout, std::uint64_t dataOffset);
 
     int descriptor_ = -1;
     Layout layout_;
     std::uint64_t dataOffset_;
     std::uint64_t dataSizeAt_ = 0;    // WAV "data" / AIFF "SSND" size field
     std::uint64_t frameCountAt_ = 0;  // AIFF "COMM" numSampleFrames
+    bool ds64Room_ = false;           // WAV: a JUNK chunk right after "WAVE" to turn into ds64
+    std::uint64_t formLimit_;
 };
 
 }  // namespace bw

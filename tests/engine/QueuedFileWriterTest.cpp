@@ -40,7 +40,8 @@ protected:
     void closeAndWait(QueuedFileWriter& writer) {
         std::promise<void> closed;
         writer.close([&] { closed.set_value(); });
-        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)),
+                  std::future_status::ready);
     }
 
     fs::path dir_;
@@ -50,8 +51,8 @@ protected:
         std::lock_guard guard(reportsMutex_);
         reports_.push_back(message);
     };
-    std::shared_ptr<PCMBuffer> frame_ = test::makeBuffer(48000, {std::vector<float>(512, 0.25f),
-                                                                 std::vector<float>(512, -0.25f)});
+    std::shared_ptr<PCMBuffer> frame_ =
+        test::makeBuffer(48000, {std::vector<float>(512, 0.25f), std::vector<float>(512, -0.25f)});
 };
 
 TEST_F(QueuedFileWriterTest, TheTwentyFifthBufferInFlightIsDroppedAndReportedOnlyOnce) {
@@ -63,7 +64,8 @@ TEST_F(QueuedFileWriterTest, TheTwentyFifthBufferInFlightIsDroppedAndReportedOnl
     EXPECT_TRUE(reports_.empty());
     writer->write(*frame_, onFailure_);
     writer->write(*frame_, onFailure_);
-    EXPECT_EQ(reports_, std::vector<std::string>{"Recording stopped because writing could not keep up."});
+    EXPECT_EQ(reports_,
+              std::vector<std::string>{"Recording stopped because writing could not keep up."});
     release.set_value();
     writer->queue().sync([] {});
     auto blockedAgain = blockQueue(*writer);
@@ -75,7 +77,8 @@ TEST_F(QueuedFileWriterTest, TheTwentyFifthBufferInFlightIsDroppedAndReportedOnl
     EXPECT_EQ(reports_.size(), 1u);
     auto decoded = test::decodeAudioFile(dir_ / "take.wav");
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->frames(), std::size_t(24 + 24) * 512) << "every accepted buffer is in the file";
+    EXPECT_EQ(decoded->frames(), std::size_t(24 + 24) * 512)
+        << "every accepted buffer is in the file";
 }
 
 TEST_F(QueuedFileWriterTest, CloseCompletesAfterEveryQueuedWriteAndRefusesLaterOnes) {
@@ -108,7 +111,8 @@ TEST_F(QueuedFileWriterTest, TheOwnerLettingGoRightAfterTheCloseLosesNothing) {
         writer->close([&] { closed.set_value(); });
         writer.reset();  // the engine drops its writer as soon as it has asked for the close
         release.set_value();
-        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)),
+                  std::future_status::ready);
         auto decoded = test::decodeAudioFile(path);
         ASSERT_TRUE(decoded) << "complete when the completion runs";
         EXPECT_EQ(decoded->frames(), 10u * 512);
@@ -128,13 +132,15 @@ TEST_F(QueuedFileWriterTest, CloseOnItsOwnQueueCompletesBeforeReturning) {
 
 TEST_F(QueuedFileWriterTest, AFailedWriteIsReportedOnceAndLaterOverloadsStaySilent) {
     fs::create_symlink("/dev/full", dir_ / "full.wav");
-    auto file = AudioFile::createForWriting(dir_ / "full.wav",
-                                            RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
+    auto file = AudioFile::createForWriting(
+        dir_ / "full.wav", RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
     if (!file) {
-        GTEST_SKIP() << "the full disk already refuses the header: " << file.error().localizedDescription();
+        GTEST_SKIP() << "the full disk already refuses the header: "
+                     << file.error().localizedDescription();
     }
     auto writer = std::make_shared<QueuedFileWriter>(std::move(file).value());
-    auto big = test::makeBuffer(48000, {std::vector<float>(48000, 0.1f), std::vector<float>(48000, 0.1f)});
+    auto big =
+        test::makeBuffer(48000, {std::vector<float>(48000, 0.1f), std::vector<float>(48000, 0.1f)});
     for (int i = 0; i < 8; ++i) {
         writer->write(*big, onFailure_);
     }
@@ -150,6 +156,24 @@ TEST_F(QueuedFileWriterTest, AFailedWriteIsReportedOnceAndLaterOverloadsStaySile
     EXPECT_NE(reports_[0].find("No space left on device"), std::string::npos) << reports_[0];
 }
 
+TEST_F(QueuedFileWriterTest, AnAiffAtItsSizeLimitEndsTheRecordingWithItsOwnReason) {
+    auto file = AudioFile::createForWriting(
+        dir_ / "take.aiff", RecordingFormat(RecordingFormat::aiff).fileSettings(48000, 2));
+    ASSERT_TRUE(file);
+    file.value()->setHeaderSizeLimit(100000);
+    auto writer = std::make_shared<QueuedFileWriter>(std::move(file).value());
+    for (int i = 0; i < 60; ++i) {
+        writer->write(*frame_, onFailure_);
+        writer->queue().sync([] {});
+    }
+    closeAndWait(*writer);
+    ASSERT_EQ(reports_.size(), 1u);
+    EXPECT_EQ(reports_[0].rfind("Recording stopped: AIFF files", 0), 0u) << reports_[0];
+    auto decoded = test::decodeAudioFile(dir_ / "take.aiff");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), std::size_t(writer->framesWritten()));
+}
+
 TEST_F(QueuedFileWriterTest, ABufferThatCannotBeCopiedGivesItsSlotBackAndReportsOnce) {
     auto writer = makeWriter(dir_ / "take.wav");
     auto ints = PCMBuffer::make(AudioFormat(CommonFormat::pcmFormatInt16, 48000, 2, true), 64);
@@ -158,7 +182,8 @@ TEST_F(QueuedFileWriterTest, ABufferThatCannotBeCopiedGivesItsSlotBackAndReports
     for (int i = 0; i < 30; ++i) {
         writer->write(*ints, onFailure_);
     }
-    EXPECT_EQ(reports_, std::vector<std::string>{"Recording failed while preparing audio for writing."});
+    EXPECT_EQ(reports_,
+              std::vector<std::string>{"Recording failed while preparing audio for writing."});
     for (int i = 0; i < 24; ++i) {
         writer->write(*frame_, onFailure_);  // all 24 slots are free again
     }

@@ -118,6 +118,7 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
     out.sampleRate = stream->codecpar->sample_rate;
     out.channels = stream->codecpar->ch_layout.nb_channels;
     out.bitRate = stream->codecpar->bit_rate > 0 ? stream->codecpar->bit_rate : input->bit_rate;
+    out.containerSeconds = input->duration > 0 ? double(input->duration) / AV_TIME_BASE : 0;
     const char* formatName = av_get_sample_fmt_name(decoder->sample_fmt);
     out.sampleFormatName = formatName != nullptr ? formatName : "";
     if (out.channels <= 0) {
@@ -184,18 +185,30 @@ std::optional<double> pcmHeaderSeconds(const std::filesystem::path& path) {
         return std::nullopt;
     }
     const bool aiff = std::equal(bytes.begin(), bytes.begin() + 4, "FORM");
-    const auto size = [&](std::size_t at) -> std::uint64_t {
-        const unsigned char* b = bytes.data() + at;
-        return aiff ? std::uint64_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3]
-                    : std::uint64_t(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
+    const bool rf64 = std::equal(bytes.begin(), bytes.begin() + 4, "RF64");
+    const auto number = [&](std::size_t at, int width) -> std::uint64_t {
+        std::uint64_t value = 0;
+        for (int i = 0; i < width; ++i) {
+            value |= std::uint64_t(bytes[at + (aiff ? width - 1 - i : i)]) << (8 * i);
+        }
+        return value;
     };
-    if (size(4) + 8 > bytes.size()) {
+    const auto size = [&](std::size_t at) { return number(at, 4); };
+    // RF64: the 32-bit sizes say "see ds64", the chunk that must come first.
+    const bool ds64 = rf64 && bytes.size() >= 48 && size(4) == 0xFFFFFFFF &&
+                      std::equal(bytes.begin() + 12, bytes.begin() + 16, "ds64");
+    if (rf64 && !ds64) {
+        return std::nullopt;
+    }
+    if ((ds64 ? number(20, 8) : size(4)) + 8 > bytes.size()) {
         return std::nullopt;
     }
     for (std::size_t at = 12; at + 8 <= bytes.size(); at += 8 + size(at + 4) + (size(at + 4) & 1)) {
         const std::string tag(bytes.begin() + long(at), bytes.begin() + long(at) + 4);
         if (!aiff && tag == "data") {
-            return double(size(at + 4)) / (4 * 48000);
+            const std::uint64_t dataBytes =
+                ds64 && size(at + 4) == 0xFFFFFFFF ? number(28, 8) : size(at + 4);
+            return double(dataBytes) / (4 * 48000);
         }
         if (aiff && tag == "COMM") {
             return double(size(at + 10)) / 48000;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -83,6 +84,7 @@ struct FormatCase {
     bool lossless;            // PCM: every sample within half a 16-bit step
     double levelToleranceDb;
     std::vector<Signature> signatures;
+    std::uint64_t headerSizeLimit = 0;  // lowered, to pass it within a second; 0 leaves it
 };
 
 const std::vector<FormatCase>& formatCases() {
@@ -94,6 +96,9 @@ const std::vector<FormatCase>& formatCases() {
          {{0, "RIFF"}, {8, "WAVE"}}},
         {"aiff", ".aiff", pcmSettings(true),  "pcm_s16be", "aiff", "s16",  1536000, 0.0, true, 0.1,
          {{0, "FORM"}, {8, "AIFF"}}},
+        // Past its limit (here just past the first second) a WAV goes on as RF64.
+        {"rf64", ".wav",  pcmSettings(false), "pcm_s16le", "wav",  "s16",  1536000, 0.0, true, 0.1,
+         {{0, "RF64"}, {8, "WAVE"}, {12, "ds64"}}, 200000},
     };
     // clang-format on
     return cases;
@@ -175,6 +180,14 @@ protected:
         return created ? std::move(created).value() : nullptr;
     }
 
+    std::unique_ptr<AudioFile> create(const fs::path& path, const FormatCase& format) {
+        auto file = create(path, format.settings);
+        if (file && format.headerSizeLimit != 0) {
+            file->setHeaderSizeLimit(format.headerSizeLimit);
+        }
+        return file;
+    }
+
     fs::path dir_;
 };
 
@@ -209,7 +222,7 @@ TEST_P(AudioFileFormatTest, DecodesToTheToneThatWasWritten) {
     const fs::path path = dir_ / (std::string("take") + format.extension);
     const auto source = stereoTone(kToneFrames);
 
-    auto file = create(path, format.settings);
+    auto file = create(path, format);
     ASSERT_TRUE(file);
     writeAll(*file, source, feed.sizes, feed.interleaved);
     EXPECT_EQ(file->framesWritten(), std::int64_t(kToneFrames));
@@ -227,8 +240,10 @@ TEST_P(AudioFileFormatTest, DecodesToTheToneThatWasWritten) {
     EXPECT_NEAR(double(decoded->bitRate), double(format.bitRate),
                 format.bitRate * format.bitRateTolerance);
 
-    // For AAC too: the edit list trims the encoder's priming and the padding of the last frame.
+    // For AAC too: the edit list trims the encoder's priming and the padding of the last frame,
+    // and the length every player shows is that of the audio.
     ASSERT_EQ(decoded->frames(), kToneFrames);
+    EXPECT_NEAR(decoded->containerSeconds, double(kToneFrames) / kRate, 0.05);
     if (format.lossless) {
         // Rounding to the nearest 16-bit step: never more than half a step off, nothing shifted.
         for (int ch = 0; ch < 2; ++ch) {
@@ -533,7 +548,7 @@ protected:
 
 TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
     const auto source = stereoTone(kToneFrames);
-    auto file = create(path(), GetParam().settings);
+    auto file = create(path(), GetParam());
     ASSERT_TRUE(file);
     writeAll(*file, source, {4096}, false);
     file.reset();
@@ -546,34 +561,58 @@ TEST_P(AudioFileLifecycleTest, IsCompleteWhenDestroyedWithoutClose) {
                 20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
 }
 
-// What a write accepted is on disk before the next one, and a WAV or AIFF header tells the size
-// of what was written up to a second ago: a crash loses neither the audio nor its length.
-TEST_P(AudioFileLifecycleTest, EachWriteReachesTheDiskAtOnceAndTheHeaderFollowsEverySecond) {
-    auto created = AudioFile::createForWriting(path(), GetParam().settings);
-    ASSERT_TRUE(created);
+// What a crash leaves plays up to a second before it, and the container says how long it is: a
+// WAV or AIFF header follows the data every second, an M4A's fragments last a second at most.
+// The file as it is on disk while being written is checked too, and once closed, the whole take.
+TEST_P(AudioFileLifecycleTest, PlaysWhileOpenAndAfterACrashUpToTheLastSecond) {
     const FrameCount total = 120000;  // 2.5 s
     const auto source = stereoTone(total);
-    for (FrameCount done = 0; done < total; done += 4096) {
-        const FrameCount count = std::min<FrameCount>(4096, total - done);
-        ASSERT_TRUE(created.value()->write(*bufferOf(source, done, count, false)));
-    }
-    // 2.5 s of 16-bit stereo is 480000 bytes; AAC at 256 kbit/s about 80000.
-    const bool m4a = GetParam().extension == std::string(".m4a");
-    EXPECT_GE(fs::file_size(path()), m4a ? 50000u : 480000u);
-    if (m4a) {
-        return;
-    }
-    const auto whileWriting = test::pcmHeaderSeconds(path());
-    ASSERT_TRUE(whileWriting.has_value()) << "the header claims more than the file holds";
-    EXPECT_GE(*whileWriting, 1.5);
-    EXPECT_LE(*whileWriting, 2.5);
-    ASSERT_TRUE(created.value()->close());
-    EXPECT_EQ(test::pcmHeaderSeconds(path()), 2.5);
+    const fs::path crashed = dir_ / (std::string("crashed") + GetParam().extension);
+    const auto writeTake = [&](const fs::path& path) {
+        auto file = create(path, GetParam());
+        if (file) {
+            writeAll(*file, source, {4096}, false);
+        }
+        return file;
+    };
+    EXPECT_EXIT(
+        {
+            const auto file = writeTake(crashed);
+            std::raise(SIGKILL);
+        },
+        ::testing::KilledBySignal(SIGKILL), "");
+    auto file = writeTake(path());
+    ASSERT_TRUE(file);
+
+    const bool pcm = GetParam().lossless;
+    const auto expectPlays = [&](const fs::path& path, double from, double to) {
+        SCOPED_TRACE(path.filename().string());
+        const auto decoded = decodeAudioFile(path);
+        ASSERT_TRUE(decoded);
+        const double seconds = double(decoded->frames()) / kRate;
+        EXPECT_GE(seconds, from);
+        EXPECT_LE(seconds, to);
+        EXPECT_NEAR(decoded->containerSeconds, seconds, 0.05);
+        if (pcm) {
+            EXPECT_EQ(test::pcmHeaderSeconds(path), seconds) << "the header claims too much";
+        }
+        EXPECT_NEAR(levelDb(decoded->channelsData[0], 0, std::size_t(kRate)),
+                    20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
+        const std::string bytes = readBytes(path);
+        for (const Signature& signature : GetParam().signatures) {
+            EXPECT_EQ(bytes.substr(signature.offset, 4), signature.text);
+        }
+    };
+    // AAC's priming is only trimmed once the file is closed.
+    expectPlays(crashed, 1.5, 2.55);
+    expectPlays(path(), 1.5, 2.55);
+    ASSERT_TRUE(file->close());
+    expectPlays(path(), 2.5, 2.5);
 }
 
 TEST_P(AudioFileLifecycleTest, RefusesWritesAndClosesAfterClose) {
     const auto source = stereoTone(4096);
-    auto file = create(path(), GetParam().settings);
+    auto file = create(path(), GetParam());
     ASSERT_TRUE(file);
     writeAll(*file, source, {4096}, false);
     ASSERT_TRUE(file->close());
@@ -600,7 +639,7 @@ TEST_P(AudioFileLifecycleTest, ReplacesAnExistingFile) {
         old << std::string(1 << 20, 'x');
     }
     const auto source = stereoTone(4800);
-    auto file = create(path(), GetParam().settings);
+    auto file = create(path(), GetParam());
     ASSERT_TRUE(file);
     writeAll(*file, source, {4096}, false);
     ASSERT_TRUE(file->close());
@@ -644,6 +683,45 @@ TEST_P(AudioFileLifecycleTest, ReportsAFullDisk) {
 INSTANTIATE_TEST_SUITE_P(Formats, AudioFileLifecycleTest, ::testing::ValuesIn(formatCases()),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// --- An AIFF at the end of what its header can tell ------------------------------------------
+
+class AudioFileSizeLimitTest : public AudioFileTestBase {};
+
+// The recording ends as on a full disk, but with a reason of its own and a complete file holding
+// every frame that was accepted, up to the last buffer that fitted.
+TEST_F(AudioFileSizeLimitTest, AnAiffEndsCompleteWithAReasonAtItsLimit) {
+    constexpr std::uint64_t kLimit = 200000;
+    const fs::path path = dir_ / "take.aiff";
+    auto file = create(path, pcmSettings(true));
+    ASSERT_TRUE(file);
+    file->setHeaderSizeLimit(kLimit);
+    const auto source = stereoTone(kToneFrames);
+    std::optional<AVError> refused;
+    for (std::size_t done = 0; done < kToneFrames && !refused; done += 4096) {
+        const auto written = file->write(
+            *bufferOf(source, done, std::min<std::size_t>(4096, kToneFrames - done), false));
+        if (!written) {
+            refused = written.error();
+        }
+    }
+    ASSERT_TRUE(refused) << "1.5 s of stereo is past the limit";
+    EXPECT_EQ(refused->code(), AudioFile::kSizeLimitReached);
+    EXPECT_EQ(refused->localizedDescription(),
+              "Recording stopped: AIFF files can\u2019t grow past 4 GB. Choose WAV or M4A for "
+              "longer recordings.");
+    EXPECT_FALSE(file->write(*bufferOf(source, 0, 4096, false)));
+    const auto frames = std::size_t(file->framesWritten());
+    file.reset();
+
+    const std::uint64_t form = fs::file_size(path) - 8;
+    EXPECT_LE(form, kLimit);
+    EXPECT_GT(form + 4096 * 4, kLimit) << "a buffer that fitted was refused";
+    const auto decoded = decodeAudioFile(path);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames(), frames);
+    EXPECT_EQ(test::pcmHeaderSeconds(path), double(frames) / kRate);
+}
+
 // --- Buffers in the wrong format ----------------------------------------------------------------
 
 struct WrongBufferCase {
@@ -664,7 +742,7 @@ TEST_P(AudioFileWrongBufferTest, IsRefusedAndWritesNothing) {
     const auto& [format, wrong] = GetParam();
     const fs::path path = dir_ / (std::string("take") + format.extension);
     const auto source = stereoTone(4800);
-    auto file = create(path, format.settings);
+    auto file = create(path, format);
     ASSERT_TRUE(file);
     writeAll(*file, source, {4800}, false);
 
