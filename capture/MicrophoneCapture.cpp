@@ -2,20 +2,41 @@
 
 #include "capture/AudioInputDeviceEnumerator.h"
 #include "capture/CoreAudioError.h"
+#include "engine/BoundedBufferScheduler.h"
 
 namespace bw {
 
-MicrophoneCapture::MicrophoneCapture(std::string deviceUID,
-                                     std::shared_ptr<AudioHardware> hardware)
+MicrophoneCapture::MicrophoneCapture(std::string deviceUID, std::shared_ptr<AudioHardware> hardware)
     : deviceUID_(std::move(deviceUID)),
       hardware_(std::move(hardware)),
       engine_(std::make_unique<AudioEngine>(hardware_)) {}
 
-MicrophoneCapture::~MicrophoneCapture() { stop(); }
+MicrophoneCapture::~MicrophoneCapture() {
+    stop();
+}
 
 void MicrophoneCapture::setBufferHandler(BufferHandler handler) {
     std::lock_guard guard(bufferHandlerLock_);
     storedBufferHandler_ = std::move(handler);
+}
+
+void MicrophoneCapture::setFailureHandler(FailureCallback handler) {
+    std::lock_guard guard(bufferHandlerLock_);
+    storedFailureHandler_ = std::move(handler);
+}
+
+void MicrophoneCapture::reportLoss() {
+    if (lossReported_.exchange(true)) {
+        return;
+    }
+    FailureCallback handler;
+    {
+        std::lock_guard guard(bufferHandlerLock_);
+        handler = storedFailureHandler_;
+    }
+    if (handler) {
+        handler(BoundedBufferScheduler::overrunMessage());
+    }
 }
 
 Expected<void, ErrorRef> MicrophoneCapture::start() {
@@ -31,8 +52,8 @@ Expected<void, ErrorRef> MicrophoneCapture::start() {
     auto input = engine_->inputNode();
     AudioUnit* unit = input->audioUnit();
     if (unit == nullptr) {
-        return Unexpected(makeError(
-            CoreAudioError(kAudioUnitErr_Uninitialized, "input node has no audio unit")));
+        return Unexpected(
+            makeError(CoreAudioError(kAudioUnitErr_Uninitialized, "input node has no audio unit")));
     }
     const AudioDeviceID deviceID = *device;
     if (OSStatus status = unit->setProperty(kAudioOutputUnitProperty_CurrentDevice,
@@ -46,17 +67,29 @@ Expected<void, ErrorRef> MicrophoneCapture::start() {
             CoreAudioError(kAudioHardwareBadDeviceError, "input device has no usable format")));
     }
     format_ = format;
-    input->installTap(0, kTapBufferSize, format,
-                      [weak = weak_from_this()](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
-                          if (auto self = weak.lock()) {
-                              self->deliver(std::move(buffer));
-                          }
-                      });
+    lossReported_ = false;
+    auto lost = [weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+            self->reportLoss();
+        }
+    };
+    input->installTap(
+        0, kTapBufferSize, format,
+        [weak = weak_from_this()](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
+            if (auto self = weak.lock()) {
+                self->deliver(std::move(buffer));
+            }
+        },
+        lost);
     if (auto started = engine_->start(); !started) {
         input->removeTap(0);
         return Unexpected(makeError(started.error()));
     }
     started_ = true;
+    if (!watchQueue_) {
+        watchQueue_ = std::make_shared<SerialQueue>("com.tallowfields.BrightwaveRecord.mic-watch");
+    }
+    overloadWatch_ = std::make_unique<OverloadWatch>(hardware_, deviceID, watchQueue_, lost);
     return {};
 }
 
@@ -79,6 +112,7 @@ void MicrophoneCapture::stop() {
     if (!started_) {
         return;
     }
+    overloadWatch_.reset();
     engine_->inputNode()->removeTap(0);
     engine_->stop();
     started_ = false;

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "capture/OverloadWatch.h"
 #include "engine/Capture.h"
 #include "platform/av/AudioEngine.h"
 #include "platform/hal/AudioHardware.h"
@@ -36,16 +38,23 @@ public:
 
     const std::string& deviceUID() const { return deviceUID_; }
 
+    void setFailureHandler(FailureCallback handler) override;
+
 private:
     void deliver(std::shared_ptr<PCMBuffer> buffer);
+    void reportLoss();
 
     const std::string deviceUID_;
     std::shared_ptr<AudioHardware> hardware_;
     std::unique_ptr<AudioEngine> engine_;
     bool started_ = false;
     std::optional<AudioFormat> format_;
-    std::mutex bufferHandlerLock_;
+    std::mutex bufferHandlerLock_;  // guards the two handlers
     BufferHandler storedBufferHandler_;
+    FailureCallback storedFailureHandler_;
+    std::atomic<bool> lossReported_{false};
+    std::unique_ptr<OverloadWatch> overloadWatch_;  // from start to stop
+    std::shared_ptr<SerialQueue> watchQueue_;
 };
 
 }  // namespace bw

@@ -6,6 +6,7 @@
 #include "capture/AudioObjectAccess.h"
 #include "capture/AudioProcessEnumerator.h"
 #include "capture/ProcessTapError.h"
+#include "engine/BoundedBufferScheduler.h"
 #include "platform/av/PCMBuffer.h"
 #include "platform/av/VectorOps.h"
 #include "platform/hal/UUID.h"
@@ -33,6 +34,25 @@ std::vector<AudioObjectID> ProcessTapCapture::currentMemberObjects() const {
 void ProcessTapCapture::setBufferHandler(BufferHandler handler) {
     std::lock_guard guard(bufferHandlerLock_);
     storedBufferHandler_ = std::move(handler);
+}
+
+void ProcessTapCapture::setFailureHandler(FailureCallback handler) {
+    std::lock_guard guard(bufferHandlerLock_);
+    storedFailureHandler_ = std::move(handler);
+}
+
+void ProcessTapCapture::reportLoss() {
+    if (lossReported_.exchange(true)) {
+        return;
+    }
+    FailureCallback handler;
+    {
+        std::lock_guard guard(bufferHandlerLock_);
+        handler = storedFailureHandler_;
+    }
+    if (handler) {
+        handler(BoundedBufferScheduler::overrunMessage());
+    }
 }
 
 std::vector<AudioObjectID> ProcessTapCapture::memberObjects(AudioHardware& hardware,
@@ -228,6 +248,13 @@ Expected<void, ErrorRef> ProcessTapCapture::start() {
         return tearDown(makeError(CoreAudioError(status, "start aggregate device")));
     }
     started_ = true;
+    lossReported_ = false;
+    overloadWatch_ = std::make_unique<OverloadWatch>(hardware_, aggregate, queue_,
+                                                     [weak = weak_from_this()] {
+                                                         if (auto self = weak.lock()) {
+                                                             self->reportLoss();
+                                                         }
+                                                     });
     if (!target_.isSystemAudio()) {
         addProcessListListener();
     }
@@ -254,6 +281,7 @@ void ProcessTapCapture::addProcessListListener() {
 }
 
 void ProcessTapCapture::stop() {
+    overloadWatch_.reset();
     AudioObjectPropertyListener listener;
     {
         std::lock_guard guard(rebindLock_);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "capture/OverloadWatch.h"
 #include "capture/TapTarget.h"
 #include "engine/Capture.h"
 #include "platform/av/AudioFormat.h"
@@ -45,6 +46,7 @@ public:
     Expected<void, ErrorRef> start() override;
     std::optional<AudioFormat> format() const override { return format_; }
     void setBufferHandler(BufferHandler handler) override;
+    void setFailureHandler(FailureCallback handler) override;
     /// Listener, IO proc, device, tap, in that order. Harmless in any state.
     void stop() override;
 
@@ -68,6 +70,7 @@ private:
     Unexpected<ErrorRef> tearDown(ErrorRef error);
     void addProcessListListener();
     void ioCycle(const AudioBufferList* input);
+    void reportLoss();
     void rebind();
     /// Another running process of the application `bundleID`, once `gone` has quit.
     std::optional<std::int32_t> relaunchOf(const std::string& bundleID, std::int32_t gone);
@@ -94,8 +97,11 @@ private:
     std::optional<AudioFormat> format_;
     std::optional<AudioFormat> tapFormat_;
 
-    std::mutex bufferHandlerLock_;
+    std::mutex bufferHandlerLock_;  // guards the two handlers
     BufferHandler storedBufferHandler_;
+    FailureCallback storedFailureHandler_;
+    std::atomic<bool> lossReported_{false};
+    std::unique_ptr<OverloadWatch> overloadWatch_;  // control queue only
 
     std::vector<float> scratch_;  // on `queue_` only
     std::shared_ptr<SerialQueue> queue_;

@@ -4,6 +4,11 @@
 
 namespace bw {
 
+std::string BoundedBufferScheduler::overrunMessage() {
+    return localized("BoundedBufferScheduler",
+                     "Recording stopped because audio capture could not keep up.");
+}
+
 BoundedBufferScheduler::BoundedBufferScheduler(std::shared_ptr<AudioPlayerNode> player,
                                                int maxPendingBuffers)
     : player_(std::move(player)), maxPendingBuffers_(maxPendingBuffers) {}
@@ -23,8 +28,7 @@ void BoundedBufferScheduler::schedule(std::shared_ptr<PCMBuffer> buffer,
             reportedOverrun_ = true;
             guard.unlock();
             if (onOverrun) {
-                onOverrun(localized("BoundedBufferScheduler",
-                                    "Recording stopped because audio capture could not keep up."));
+                onOverrun(overrunMessage());
             }
             return;
         }

@@ -23,6 +23,9 @@ public:
     BoundedBufferScheduler(std::shared_ptr<AudioPlayerNode> player,
                            int maxPendingBuffers = kMaxPendingBuffers);
 
+    /// What every layer that loses captured audio on the way to the file reports, once.
+    static std::string overrunMessage();
+
     /// Hands the buffer to the player, or drops it: silently once stopped, with one report of
     /// "Recording stopped because audio capture could not keep up." at the first overrun.
     void schedule(std::shared_ptr<PCMBuffer> buffer, const FailureCallback& onOverrun);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "engine/FailureCallback.h"
 #include "engine/RecordingSource.h"
 #include "platform/av/AudioFormat.h"
 #include "platform/av/PCMBuffer.h"
@@ -33,6 +34,9 @@ public:
 
     /// Buffers that arrive while there is no handler are dropped.
     virtual void setBufferHandler(BufferHandler handler) = 0;
+    /// Receives, once per start, the report that captured audio was lost on the way to the
+    /// buffer handler (a reader fell behind); on any thread. Replaced under the capture's lock.
+    virtual void setFailureHandler(FailureCallback handler) = 0;
 
     /// Stops capturing. Cannot fail; harmless on a capture that never started.
     virtual void stop() = 0;

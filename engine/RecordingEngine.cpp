@@ -115,6 +115,7 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
                 localized("RecordingEngine", "This source could not be opened for recording.");
             continue;
         }
+        capture->setFailureHandler(failureCallback());
         auto result = capture->start();
         if (!result) {
             const auto& error = result.error();
@@ -177,35 +178,24 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     lastWriter_ = fileWriter_;
 
     // 4. The master tap: the mix's peak and its hand-over to the writer.
-    recordMixer_->installTap(
+    const bool tapped = recordMixer_->installTap(
         0, kTapBufferSize, canonicalFormat_,
         [levels = levels_, writer = fileWriter_, onFailure = failureCallback()](
             std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
             levels->record(RecordingSource::kMasterLevelKey, peakLevel(*buffer));
             writer->write(*buffer, onFailure);
-        });
+        },
+        [onFailure = failureCallback()] { onFailure(BoundedBufferScheduler::overrunMessage()); });
+    if (!tapped) {
+        // Without the tap nothing would reach the file: an empty recording is no recording.
+        return abandonFile(makeError(RecordingEngineError::mixNotTapped()));
+    }
 
     // 5. Rendering.
     engine_->prepare();
     if (auto startedEngine = engine_->start(); !startedEngine) {
         recordMixer_->removeTap(0);
-        std::mutex closeMutex;
-        std::condition_variable closeSignal;
-        bool closed = false;
-        fileWriter_->close([&] {
-            std::lock_guard guard(closeMutex);
-            closed = true;
-            closeSignal.notify_one();
-        });
-        {
-            std::unique_lock guard(closeMutex);
-            closeSignal.wait(guard, [&] { return closed; });
-        }
-        fileWriter_.reset();
-        silenceAndStopCaptures();
-        std::error_code ignored;
-        std::filesystem::remove(configuration_.fileURL, ignored);
-        return Unexpected(makeError(AVError(startedEngine.error())));
+        return abandonFile(makeError(AVError(startedEngine.error())));
     }
     for (const auto& active : activeSources_) {
         active.scheduler->clearStopped();
@@ -282,6 +272,26 @@ void RecordingEngine::runStopSequence(StopCompletion completion) {
     } else if (completion) {
         completion(configuration_.fileURL);
     }
+}
+
+Unexpected<ErrorRef> RecordingEngine::abandonFile(ErrorRef error) {
+    std::mutex closeMutex;
+    std::condition_variable closeSignal;
+    bool closed = false;
+    fileWriter_->close([&] {
+        std::lock_guard guard(closeMutex);
+        closed = true;
+        closeSignal.notify_one();
+    });
+    {
+        std::unique_lock guard(closeMutex);
+        closeSignal.wait(guard, [&] { return closed; });
+    }
+    fileWriter_.reset();
+    silenceAndStopCaptures();
+    std::error_code ignored;
+    std::filesystem::remove(configuration_.fileURL, ignored);
+    return Unexpected(std::move(error));
 }
 
 void RecordingEngine::silenceAndStopCaptures() {

@@ -53,8 +53,8 @@ public:
     /// What a recording lost and wrote, for diagnostics and benchmarks. Complete after the stop.
     struct Statistics {
         std::int64_t framesWritten = 0;
-        int droppedCaptureBuffers = 0;  // at the schedulers' bound
-        int droppedMixBuffers = 0;      // at the writer's bound
+        int droppedCaptureBuffers = 0;       // at the schedulers' bound
+        int droppedMixBuffers = 0;           // at the writer's bound
         std::uint64_t droppedMixFrames = 0;  // by the mixer's tap
     };
     /// Waits for the control queue (any thread but a capture's or the writer's).
@@ -69,6 +69,8 @@ private:
     void runStopSequence(StopCompletion completion);
     void restartAfterConfigurationChange();
     void silenceAndStopCaptures();
+    /// A start that fails once the file exists: closes and deletes the file, stops the captures.
+    Unexpected<ErrorRef> abandonFile(ErrorRef error);
     void applyGainLaw(const ActiveSource& active, float volume);
     BufferHandler makeBufferHandler(const ActiveSource& active);
     FailureCallback failureCallback();

@@ -13,6 +13,10 @@ RecordingEngineError RecordingEngineError::fileCreationFailed(ErrorRef underlyin
     return RecordingEngineError(FileCreationFailed{std::move(underlying)});
 }
 
+RecordingEngineError RecordingEngineError::mixNotTapped() {
+    return RecordingEngineError(MixNotTapped{});
+}
+
 std::string RecordingEngineError::localizedDescription() const {
     if (const auto* none = std::get_if<NoSourcesStarted>(&reason_)) {
         std::string text =
@@ -26,6 +30,10 @@ std::string RecordingEngineError::localizedDescription() const {
             first = false;
         }
         return text;
+    }
+    if (std::holds_alternative<MixNotTapped>(reason_)) {
+        return localized("RecordingEngineError",
+                         "The mix could not be routed to the recording file.");
     }
     const auto& file = std::get<FileCreationFailed>(reason_);
     return localized("RecordingEngineError", "Could not create the recording file.") + " " +

@@ -60,8 +60,9 @@ AudioFormat AudioInputNode::inputFormatForBus(std::uint32_t) const {
 }
 
 bool AudioInputNode::installTap(std::uint32_t bus, FrameCount bufferSize,
-                                const AudioFormat& format, AudioTapBlock block) {
-    return bus == 0 && tap_->install(bufferSize, format, std::move(block));
+                                const AudioFormat& format, AudioTapBlock block,
+                                AudioTapDropHandler onDrop) {
+    return bus == 0 && tap_->install(bufferSize, format, std::move(block), std::move(onDrop));
 }
 
 void AudioInputNode::removeTap(std::uint32_t bus) {

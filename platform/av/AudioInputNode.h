@@ -38,7 +38,7 @@ public:
     /// Calls `block` with what the device captures, in buffers of `bufferSize` frames of `format`
     /// (its rate and channels must be the device's). False for a bus other than 0 or a second tap.
     bool installTap(std::uint32_t bus, FrameCount bufferSize, const AudioFormat& format,
-                    AudioTapBlock block);
+                    AudioTapBlock block, AudioTapDropHandler onDrop = {});
 
     /// After it returns no block call starts. Harmless without a tap.
     void removeTap(std::uint32_t bus);

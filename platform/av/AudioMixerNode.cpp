@@ -19,7 +19,8 @@ void AudioMixerNode::setOutputVolume(float volume) {
 }
 
 bool AudioMixerNode::installTap(std::uint32_t bus, FrameCount bufferSize,
-                                const AudioFormat& format, AudioTapBlock block) {
+                                const AudioFormat& format, AudioTapBlock block,
+                                AudioTapDropHandler onDrop) {
     if (bus != 0) {
         return false;
     }
@@ -28,7 +29,7 @@ bool AudioMixerNode::installTap(std::uint32_t bus, FrameCount bufferSize,
                 out->sampleRate() != format.sampleRate())) {
         return false;
     }
-    return tap_->install(bufferSize, format, std::move(block));
+    return tap_->install(bufferSize, format, std::move(block), std::move(onDrop));
 }
 
 void AudioMixerNode::removeTap(std::uint32_t bus) {

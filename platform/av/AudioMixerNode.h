@@ -37,7 +37,7 @@ public:
     /// for another bus, when a tap is installed already, or when `format` doesn't match a known
     /// output format in rate and channel count.
     bool installTap(std::uint32_t bus, FrameCount bufferSize, const AudioFormat& format,
-                    AudioTapBlock block);
+                    AudioTapBlock block, AudioTapDropHandler onDrop = {});
 
     /// Removes the tap. After it returns no block call starts. Harmless without a tap.
     void removeTap(std::uint32_t bus);

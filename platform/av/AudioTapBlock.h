@@ -13,4 +13,7 @@ namespace bw {
 /// render thread, one call at a time.
 using AudioTapBlock = std::function<void(std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp when)>;
 
+/// Hears, once, on the tap's own thread, that the tap fell behind its node and dropped frames.
+using AudioTapDropHandler = std::function<void()>;
+
 }  // namespace bw

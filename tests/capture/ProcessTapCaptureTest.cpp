@@ -322,6 +322,36 @@ TEST(ProcessTapCaptureTest, FollowsTheApplicationsHelpersAndWritesOnlyRealChange
     rig.expectNothingLeft("after stop");
 }
 
+TEST(ProcessTapCaptureTest, AnOverloadOfItsDeviceIsReportedOncePerStart) {
+    TapRig rig;
+    rig.hardware->addProcess(kPlayerPID, true);
+    auto capture = rig.make(TapTarget::process(kPlayerPID));
+    std::vector<std::string> reports;
+    std::mutex reportsLock;
+    capture->setFailureHandler([&](const std::string& message) {
+        std::lock_guard guard(reportsLock);
+        reports.push_back(message);
+    });
+    auto count = [&] {
+        std::lock_guard guard(reportsLock);
+        return reports.size();
+    };
+    const AudioObjectPropertyAddress overload{kAudioDeviceProcessorOverload,
+                                              kAudioObjectPropertyScopeGlobal, 0};
+    for (int start = 1; start <= 2; ++start) {
+        ASSERT_TRUE(capture->start());
+        rig.hardware->notifyPropertyChanged(capture->aggregateID(), overload);
+        rig.hardware->notifyPropertyChanged(capture->aggregateID(), overload);
+        ASSERT_TRUE(TapRig::eventually([&] { return count() == std::size_t(start); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(count(), std::size_t(start));
+        EXPECT_EQ(reports.back(), "Recording stopped because audio capture could not keep up.");
+        const AudioObjectID aggregate = capture->aggregateID();
+        capture->stop();
+        EXPECT_EQ(rig.hardware->listenerCount(aggregate, kAudioDeviceProcessorOverload), 0u);
+    }
+}
+
 // An application that quits and starts again: followed by its bundle ID, or not at all without.
 class RelaunchTest : public ::testing::TestWithParam<bool> {};
 

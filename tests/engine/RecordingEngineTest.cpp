@@ -233,6 +233,9 @@ TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) 
     EXPECT_EQ(
         rig.reportsSoFar(),
         std::vector<std::string>{"Recording stopped because audio capture could not keep up."});
+    // Audio lost inside the capture itself reaches the same report.
+    rig.feeds[source.id].capture->loseAudio("lost in the capture");
+    EXPECT_EQ(rig.reportsSoFar().back(), "lost in the capture");
     const auto url = EngineRig::stop(*engine);
     EXPECT_EQ(url, engine->configuration().fileURL);
     EXPECT_TRUE(test::decodeAudioFile(url));

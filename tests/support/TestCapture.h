@@ -35,6 +35,21 @@ public:
         std::lock_guard guard(lock_);
         handler_ = std::move(handler);
     }
+    void setFailureHandler(FailureCallback handler) override {
+        std::lock_guard guard(lock_);
+        failureHandler_ = std::move(handler);
+    }
+    /// Reports lost audio, as a capture whose reader fell behind does.
+    void loseAudio(const std::string& message) {
+        FailureCallback handler;
+        {
+            std::lock_guard guard(lock_);
+            handler = failureHandler_;
+        }
+        if (handler) {
+            handler(message);
+        }
+    }
     void stop() override {
         std::lock_guard guard(lock_);
         ++stopCalls_;
@@ -70,6 +85,7 @@ private:
     AudioFormat format_;
     ErrorRef startFailure_;
     BufferHandler handler_;
+    FailureCallback failureHandler_;
     bool started_ = false;
     int startCalls_ = 0;
     int stopCalls_ = 0;

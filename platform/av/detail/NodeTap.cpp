@@ -1,5 +1,7 @@
 #include "platform/av/detail/NodeTap.h"
 
+#include <utility>
+
 #include <pthread.h>
 
 namespace bw::detail {
@@ -8,17 +10,22 @@ namespace {
 constexpr std::size_t kRingBuffers = 8;
 }
 
-NodeTap::Core::Core(FrameCount size, const AudioFormat& requested, AudioTapBlock tapBlock)
+NodeTap::Core::Core(FrameCount size, const AudioFormat& requested, AudioTapBlock tapBlock,
+                    AudioTapDropHandler dropHandler)
     : bufferSize(size == 0 ? 1 : size),
       format(*AudioFormat::standard(requested.sampleRate(), requested.channelCount())),
       block(std::move(tapBlock)),
+      onDrop(std::move(dropHandler)),
       ring(requested.channelCount(), std::size_t(bufferSize) * kRingBuffers) {}
 
-NodeTap::NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block)
-    : core_(std::make_shared<Core>(bufferSize, format, std::move(block))),
+NodeTap::NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block,
+                 AudioTapDropHandler onDrop)
+    : core_(std::make_shared<Core>(bufferSize, format, std::move(block), std::move(onDrop))),
       thread_([core = core_] { run(core); }) {}
 
-NodeTap::~NodeTap() { stop(); }
+NodeTap::~NodeTap() {
+    stop();
+}
 
 // Realtime: ring copy and a semaphore post only.
 void NodeTap::push(const float* const* channels, FrameCount frames) {
@@ -59,6 +66,10 @@ void NodeTap::run(const std::shared_ptr<Core>& core) {
                 return;
             }
             core->block(std::move(buffer), when);
+        }
+        if (core->onDrop && core->dropped.load(std::memory_order_relaxed) > 0 &&
+            !core->stopping.load()) {
+            std::exchange(core->onDrop, nullptr)();
         }
     }
 }

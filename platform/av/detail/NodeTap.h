@@ -19,10 +19,12 @@ namespace bw::detail {
 /// `push` is realtime-safe; when the tap's thread falls behind by more than the ring holds (eight
 /// buffers), the newest frames are dropped and counted. `stop` ends the thread: once it returns
 /// no block call starts (one running on another thread has finished; called from the block
-/// itself, the thread ends after the block returns).
+/// itself, the thread ends after the block returns). The first drop is also told to `onDrop`, on
+/// the tap's thread, after the buffer at hand is delivered.
 class NodeTap {
 public:
-    NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block);
+    NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block,
+            AudioTapDropHandler onDrop = {});
     ~NodeTap();
     NodeTap(const NodeTap&) = delete;
     NodeTap& operator=(const NodeTap&) = delete;
@@ -40,10 +42,12 @@ public:
 private:
     // Shared with the thread, which may outlive the tap when stopped from inside its own block.
     struct Core {
-        Core(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block);
+        Core(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block,
+             AudioTapDropHandler onDrop);
         FrameCount bufferSize;
         AudioFormat format;
         AudioTapBlock block;
+        AudioTapDropHandler onDrop;  // emptied once told
         FloatRing ring;
         std::counting_semaphore<> signal{0};
         std::atomic<bool> stopping{false};

@@ -16,11 +16,12 @@ public:
     ~TapSlot() { delete tap_.exchange(nullptr); }
 
     /// False when a tap is already there or the format has no rate or no channels.
-    bool install(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block) {
+    bool install(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block,
+                 AudioTapDropHandler onDrop = {}) {
         if (tap_.load() != nullptr || format.channelCount() == 0 || !(format.sampleRate() > 0)) {
             return false;
         }
-        tap_.store(new NodeTap(bufferSize, format, std::move(block)));
+        tap_.store(new NodeTap(bufferSize, format, std::move(block), std::move(onDrop)));
         return true;
     }
 

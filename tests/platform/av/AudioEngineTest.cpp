@@ -285,6 +285,31 @@ TEST(AudioMixerNodeTest, NoTapBlockStartsAfterRemoveTapReturns) {
     renderer.join();
 }
 
+TEST(AudioMixerNodeTest, ATapThatFallsBehindSaysSoOnce) {
+    GraphRig rig;
+    auto recordMixer = std::make_shared<AudioMixerNode>();
+    rig.engine->attach(recordMixer);
+    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
+    ASSERT_TRUE(rig.engine->start());
+    std::atomic<int> told{0};
+    ASSERT_TRUE(recordMixer->installTap(
+        0, 256, kCanonical,
+        [](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        },
+        [&] { ++told; }));
+    // Two bursts of 40 buffers, each far more than the tap's eight buffers of room.
+    for (int burst = 0; burst < 2; ++burst) {
+        for (int cycle = 0; cycle < 40; ++cycle) {
+            rig.hardware->runIOCycle(rig.speakers, 256);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    recordMixer->removeTap(0);
+    EXPECT_GT(recordMixer->tapDroppedFrames(), 0u);
+    EXPECT_EQ(told.load(), 1);
+}
+
 TEST(AudioMixerNodeTest, TapRefusesAFormatThatDiffersFromTheOutput) {
     GraphRig rig;
     auto recordMixer = std::make_shared<AudioMixerNode>();
