@@ -13,13 +13,14 @@ namespace bw {
 
 RecordingEngine::RecordingEngine(Configuration configuration,
                                  std::shared_ptr<AudioHardware> hardware,
-                                 CaptureFactory captureFactory)
+                                 CaptureFactory captureFactory,
+                                 std::shared_ptr<AudioMixerNode> recordMixer)
     : configuration_(std::move(configuration)),
       levels_(std::make_shared<LevelStore>()),
       hardware_(std::move(hardware)),
       captureFactory_(std::move(captureFactory)),
       engine_(std::make_unique<AudioEngine>(hardware_)),
-      recordMixer_(std::make_shared<AudioMixerNode>()),
+      recordMixer_(std::move(recordMixer)),
       canonicalFormat_(*AudioFormat::standard(48000.0, 2)),
       controlQueue_(std::make_shared<SerialQueue>(kControlQueueLabel)) {}
 

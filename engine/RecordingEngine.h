@@ -11,6 +11,7 @@
 #include "engine/RecordingEngineConfiguration.h"
 #include "engine/RecordingEngineSession.h"
 #include "platform/av/AudioEngine.h"
+#include "platform/av/AudioMixerNode.h"
 #include "platform/dispatch/SerialQueue.h"
 #include "platform/hal/AudioHardware.h"
 
@@ -34,8 +35,11 @@ public:
     static constexpr FrameCount kTapBufferSize = 4096;
     static constexpr auto kDrainBudget = std::chrono::milliseconds(250);
 
-    RecordingEngine(Configuration configuration, std::shared_ptr<AudioHardware> hardware,
-                    CaptureFactory captureFactory);
+    /// `recordMixer` is where the sources meet; a fresh one unless given.
+    RecordingEngine(
+        Configuration configuration, std::shared_ptr<AudioHardware> hardware,
+        CaptureFactory captureFactory,
+        std::shared_ptr<AudioMixerNode> recordMixer = std::make_shared<AudioMixerNode>());
     ~RecordingEngine() override;
 
     /// A factory that makes engines on this hardware with these captures.

@@ -154,6 +154,21 @@ TEST(RecordingEngineTest, AnOutputDeviceThatWontStartLeavesNoFileAndGivesThePlat
     EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
 }
 
+TEST(RecordingEngineTest, AMixThatCantBeTappedFailsTheStartInsteadOfWritingAnEmptyFile) {
+    EngineRig rig;
+    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
+    auto mixer = std::make_shared<AudioMixerNode>();
+    ASSERT_TRUE(
+        mixer->installTap(0, 1024, kStereo48, [](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {}));
+    auto engine = rig.makeEngine(rig.configuration({source}), mixer);  // its one tap is taken
+    auto started = EngineRig::start(*engine);
+    ASSERT_FALSE(started);
+    EXPECT_EQ(started.error()->localizedDescription(),
+              "The mix could not be routed to the recording file.");
+    EXPECT_FALSE(fs::exists(engine->configuration().fileURL));
+    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
+}
+
 TEST(RecordingEngineTest, AFolderThatCannotBeMadeFailsTheStartWithTheReason) {
     EngineRig rig;
     auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);

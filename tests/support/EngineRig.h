@@ -39,22 +39,24 @@ public:
     /// A source with a capture in `format` whose signal is a sine per channel.
     RecordingSource addSource(const std::string& name, const AudioFormat& format, double frequency,
                               float amplitude, double seconds, ErrorRef startFailure = nullptr) {
-        auto source = RecordingSource::application(1000 + int(feeds.size()), "org.test." + name,
-                                                   name, true);
+        auto source =
+            RecordingSource::application(1000 + int(feeds.size()), "org.test." + name, name, true);
         auto capture = std::make_shared<TestCapture>(format, startFailure);
         captures.add(source.id, capture);
         Feed feed{capture, {}, 0};
         for (std::uint32_t c = 0; c < format.channelCount(); ++c) {
-            feed.channels.push_back(
-                sine(frequency, format.sampleRate(), std::size_t(format.sampleRate() * seconds), amplitude));
+            feed.channels.push_back(sine(frequency, format.sampleRate(),
+                                         std::size_t(format.sampleRate() * seconds), amplitude));
         }
         feeds[source.id] = std::move(feed);
         return source;
     }
 
-    std::shared_ptr<RecordingEngine> makeEngine(RecordingEngineConfiguration configuration) {
+    std::shared_ptr<RecordingEngine> makeEngine(
+        RecordingEngineConfiguration configuration,
+        std::shared_ptr<AudioMixerNode> recordMixer = std::make_shared<AudioMixerNode>()) {
         auto engine = std::make_shared<RecordingEngine>(std::move(configuration), hardware,
-                                                        captures.factory());
+                                                        captures.factory(), std::move(recordMixer));
         engine->setErrorHandler([this](const std::string& message) {
             std::lock_guard guard(reportsMutex);
             reports.push_back(message);
@@ -67,7 +69,8 @@ public:
                                                std::map<std::string, float> volumes = {},
                                                bool passthrough = false) {
         return RecordingEngineConfiguration{std::move(sources), std::move(volumes), passthrough,
-                                            format, folder / "takes" / ("take." + format.rawValue())};
+                                            format,
+                                            folder / "takes" / ("take." + format.rawValue())};
     }
 
     static Expected<void, ErrorRef> start(RecordingEngine& engine) {
@@ -99,8 +102,8 @@ public:
             feed.position += frames;
             feed.capture->deliver(makeChunk(rate, chunk));
         }
-        auto out = hardware->runIOCycle(device == 0 ? speakers : device,
-                                        std::uint32_t(deviceRate / 100));
+        auto out =
+            hardware->runIOCycle(device == 0 ? speakers : device, std::uint32_t(deviceRate / 100));
         // Ten times real time: faster than that, the encoder would rightly be reported as
         // falling behind.
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
