@@ -408,6 +408,7 @@ struct AudioFile::Impl {
     std::uint64_t sizeLimit = kPlainHeaderLimit;
     // M4A: written as fragments of at most a second, each flushed and synced as it is cut.
     std::optional<Mp4Fragments> fragments;
+    std::uint64_t fragmentDuration = 0;  // of the samples in the fragment being filled
     bool open = false;
 
     Impl(std::filesystem::path path, const Plan& p)
@@ -645,7 +646,7 @@ Expected<void, AVError> AudioFile::Impl::encode(AVFrame* input) {
         packet->stream_index = stream->index;
         const auto duration = std::uint32_t(packet->duration > 0 ? packet->duration : frameSize);
         const auto bytes = std::uint32_t(packet->size);
-        if (fragments && fragments->pendingDuration() + duration > std::uint64_t(plan.sampleRate)) {
+        if (fragmentDuration + duration > std::uint64_t(plan.sampleRate)) {
             const auto cut = cutFragment();
             if (!cut) {
                 av_packet_unref(packet);
@@ -657,6 +658,7 @@ Expected<void, AVError> AudioFile::Impl::encode(AVFrame* input) {
         if (rc < 0) {
             return Unexpected(error("Could not write to the file", rc));
         }
+        fragmentDuration += duration;
         if (fragments) {
             fragments->addSample(bytes, duration);
         }
@@ -671,8 +673,11 @@ Expected<void, AVError> AudioFile::Impl::cutFragment() {
     if (rc < 0 || muxer->pb->error < 0) {
         return Unexpected(error("Could not write to the file", rc < 0 ? rc : muxer->pb->error));
     }
+    fragmentDuration = 0;
     // A refused sync costs only crash safety; the next one may succeed.
-    (void)fragments->fragmentWritten(moofAt, std::uint64_t(avio_tell(muxer->pb)));
+    if (fragments) {
+        (void)fragments->fragmentWritten(moofAt, std::uint64_t(avio_tell(muxer->pb)));
+    }
     return {};
 }
 
@@ -734,7 +739,7 @@ Expected<void, AVError> AudioFile::Impl::finish() {
             }
         }
         keepFirst(encode(nullptr));
-        if (fragments && fragments->pendingDuration() > 0) {
+        if (fragmentDuration > 0) {
             keepFirst(cutFragment());
         }
     }

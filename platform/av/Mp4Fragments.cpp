@@ -251,7 +251,6 @@ void Mp4Fragments::addSample(std::uint32_t bytes, std::uint32_t duration) {
     }
     trackDuration_ += duration;
     pendingBytes_ += bytes;
-    pendingDuration_ += duration;
     ++pendingSamples_;
 }
 
@@ -260,7 +259,6 @@ bool Mp4Fragments::fragmentWritten(std::uint64_t moofAt, std::uint64_t end) {
         fragments_.push_back({moofAt, end - pendingBytes_, pendingSamples_});
     }
     pendingBytes_ = 0;
-    pendingDuration_ = 0;
     pendingSamples_ = 0;
     return ::fdatasync(descriptor_.get()) == 0;
 }

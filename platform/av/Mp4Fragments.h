@@ -31,9 +31,6 @@ public:
     /// taken into the fragment being filled.
     void addSample(std::uint32_t bytes, std::uint32_t duration);
 
-    /// Duration of the samples since the last fragment, in the track's time scale.
-    std::uint64_t pendingDuration() const { return pendingDuration_; }
-
     /// Notes that the samples since the last fragment were written, flushed, as one fragment from
     /// `moofAt` to `end`, and syncs the file. False when the disk refused the sync.
     bool fragmentWritten(std::uint64_t moofAt, std::uint64_t end);
@@ -87,7 +84,6 @@ private:
     std::vector<Fragment> fragments_;
     std::uint64_t trackDuration_ = 0;
     std::uint64_t pendingBytes_ = 0;
-    std::uint64_t pendingDuration_ = 0;
     std::uint32_t pendingSamples_ = 0;
 };
 
