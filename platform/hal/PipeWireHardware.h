@@ -72,11 +72,9 @@ public:
     OSStatus destroyIOProcID(AudioObjectID device, AudioDeviceIOProcID procID) override;
     bool supportsBundleIDTaps() const override { return true; }
 
-    // Implementation details: opaque outside PipeWireHardware.cpp, named here so the PipeWire
-    // callback tables there can point at it.
-    struct Impl;
-
 private:
+    // The parts under platform/hal/pipewire/, wired together.
+    struct Impl;
     std::unique_ptr<Impl> impl_;
 };
 
