@@ -1,25 +1,29 @@
 // Records real sources through RecordingEngine on PipeWireHardware.
 //
-//   record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] SOURCE[@VOLUME]...
+//   record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] [--takes K]
+//               SOURCE[@VOLUME]...
 //
 // SOURCE is `system`, `app:<bundle ID>`, `app:pid:<pid>` or `mic:<device UID>`. Prints one JSON
 // line: frames written, dropped buffers, CPU seconds, source failures, sources without audio, and
-// the failure that ended the recording early, if any.
+// the failure that ended the recording early, if any. With --takes, K recordings follow one
+// another in the same process (FILE, then FILE with "-2", "-3"... before its extension), one line
+// each.
 
-
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/CpuTime.h"
 #include "capture/CaptureFactory.h"
 #include "engine/RecordingEngine.h"
-#include "bench/CpuTime.h"
 #include "platform/hal/PipeWireHardware.h"
 #include "platform/workspace/SystemWorkspace.h"
 
@@ -42,11 +46,16 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
+int record(const std::shared_ptr<PipeWireHardware>& hardware,
+           const std::shared_ptr<SystemWorkspace>& workspace,
+           const RecordingEngineConfiguration& configuration, double seconds);
+
 int usage() {
-    std::fprintf(stderr,
-                 "usage: record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] "
-                 "SOURCE[@VOLUME]...\n  SOURCE: system | app:<bundle ID> | app:pid:<pid> | "
-                 "mic:<device UID>\n");
+    std::fprintf(
+        stderr,
+        "usage: record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] "
+        "[--takes K] SOURCE[@VOLUME]...\n  SOURCE: system | app:<bundle ID> | app:pid:<pid> | "
+        "mic:<device UID>\n");
     return 2;
 }
 
@@ -57,6 +66,7 @@ int main(int argc, char** argv) {
     std::optional<RecordingFormat> format;
     std::string out;
     bool passthrough = false;
+    int takes = 1;
     std::vector<std::pair<std::string, float>> requested;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -68,6 +78,8 @@ int main(int argc, char** argv) {
             out = argv[++i];
         } else if (arg == "--passthrough") {
             passthrough = true;
+        } else if (arg == "--takes" && i + 1 < argc) {
+            takes = std::max(1, std::atoi(argv[++i]));
         } else {
             const auto at = arg.rfind('@');
             const bool hasVolume = at != std::string::npos && at > arg.rfind(':');
@@ -120,6 +132,24 @@ int main(int argc, char** argv) {
         configuration.sources.push_back(*source);
     }
 
+    int status = 0;
+    for (int take = 1; take <= takes && status == 0; ++take) {
+        if (take > 1) {
+            std::filesystem::path next = out;
+            next.replace_filename(next.stem().string() + "-" + std::to_string(take) +
+                                  next.extension().string());
+            configuration.fileURL = next;
+        }
+        status = record(hardware, workspace, configuration, seconds);
+    }
+    return status;
+}
+
+namespace {
+
+int record(const std::shared_ptr<PipeWireHardware>& hardware,
+           const std::shared_ptr<SystemWorkspace>& workspace,
+           const RecordingEngineConfiguration& configuration, double seconds) {
     const double cpu0 = bench::cpuSeconds();
     auto session = makeRecordingEngineFactory(hardware, workspace)(configuration);
     auto& engine = dynamic_cast<RecordingEngine&>(*session);
@@ -142,7 +172,8 @@ int main(int argc, char** argv) {
     {
         // Runs for the time asked, or until a failure ends the recording, as the app would.
         std::unique_lock guard(mutex);
-        failed.wait_for(guard, std::chrono::duration<double>(seconds), [&] { return !failure.empty(); });
+        failed.wait_for(guard, std::chrono::duration<double>(seconds),
+                        [&] { return !failure.empty(); });
     }
     std::promise<void> stopped;
     engine.stop([&](std::filesystem::path) { stopped.set_value(); });
@@ -160,12 +191,15 @@ int main(int argc, char** argv) {
     }
     silent += "]";
     std::lock_guard guard(mutex);
-    std::printf("{\"frames_written\":%lld,\"dropped_buffers\":%d,\"dropped_mix_frames\":%llu,"
-                "\"cpu_seconds\":%.3f,\"source_failures\":%s,\"sources_without_audio\":%s,"
-                "\"failure\":%s}\n",
-                static_cast<long long>(statistics.framesWritten),
-                statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
-                static_cast<unsigned long long>(statistics.droppedMixFrames), bench::cpuSeconds() - cpu0,
-                failures.c_str(), silent.c_str(), failure.empty() ? "null" : jsonString(failure).c_str());
+    std::printf(
+        "{\"frames_written\":%lld,\"dropped_buffers\":%d,\"dropped_mix_frames\":%llu,"
+        "\"cpu_seconds\":%.3f,\"source_failures\":%s,\"sources_without_audio\":%s,"
+        "\"failure\":%s}\n",
+        static_cast<long long>(statistics.framesWritten),
+        statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
+        static_cast<unsigned long long>(statistics.droppedMixFrames), bench::cpuSeconds() - cpu0,
+        failures.c_str(), silent.c_str(), failure.empty() ? "null" : jsonString(failure).c_str());
     return 0;
 }
+
+}  // namespace

@@ -825,7 +825,8 @@ INSTANTIATE_TEST_SUITE_P(Passthrough, DefaultOutputSwitch, ::testing::Bool(),
 struct OutageCase {
     const char* name;
     const char* format;
-    bool revived;  // started again 1 s after the crash
+    bool revived;     // started again 1 s after the crash
+    bool secondTake;  // the same process records again afterwards
 };
 
 class ServerOutage : public LiveRecording, public ::testing::WithParamInterface<OutageCase> {};
@@ -844,7 +845,11 @@ TEST_P(ServerOutage, ARecordingOutlivesARestartAndEndsWithAPlayableFileWhenTheSe
 
     const double seconds = c.revived ? 8.0 : 12.0;
     const auto file = path(std::string("outage-") + c.name + "." + c.format);
-    Take take(file, c.format, seconds, {"system"}, false, env);
+    std::vector<std::string> arguments{"system"};
+    if (c.secondTake) {
+        arguments.insert(arguments.begin(), {"--takes", "2"});
+    }
+    Take take(file, c.format, seconds, arguments, false, env);
     ASSERT_TRUE(take.valid());
     ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
     const auto begun = Clock::now();
@@ -860,7 +865,7 @@ TEST_P(ServerOutage, ARecordingOutlivesARestartAndEndsWithAPlayableFileWhenTheSe
         revivedAt = secondsSince(begun);
     }
 
-    const Report report = take.finish(seconds + 10);
+    const Report report = take.finish((c.secondTake ? 2 : 1) * seconds + 10);
     ASSERT_TRUE(report.finished) << "record-live did not end";
     RecordProperty("report", report.json);
     EXPECT_TRUE(exitedWith(report.status, {0})) << describeStatus(report.status);
@@ -885,17 +890,26 @@ TEST_P(ServerOutage, ARecordingOutlivesARestartAndEndsWithAPlayableFileWhenTheSe
                     kLevelToleranceDb)
             << "before the crash";
         if (c.revived) {
-            EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, heardAgainFrom, d - 0.2),
-                        tone.levelDb, kLevelToleranceDb)
+            EXPECT_NEAR(levelIn(*audio, ch, tone.frequency, heardAgainFrom, d - 0.2), tone.levelDb,
+                        kLevelToleranceDb)
                 << "after the server came back";
         }
+    }
+    if (c.secondTake) {
+        const auto again = decode(fs::path(file).replace_filename(
+            file.stem().string() + "-2" + file.extension().string()));
+        ASSERT_TRUE(again) << "no second recording after the restart";
+        EXPECT_NEAR(durationOf(*again), seconds, 0.5);
+        EXPECT_NEAR(levelIn(*again, 0, tone.frequency, 0.3, durationOf(*again) - 0.2),
+                    tone.levelDb, kLevelToleranceDb)
+            << "the second recording";
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Outages, ServerOutage,
-                         ::testing::Values(OutageCase{"revived_m4a", "m4a", true},
-                                           OutageCase{"revived_wav", "wav", true},
-                                           OutageCase{"away_wav", "wav", false}),
+                         ::testing::Values(OutageCase{"revived_m4a", "m4a", true, false},
+                                           OutageCase{"revived_wav", "wav", true, true},
+                                           OutageCase{"away_wav", "wav", false, false}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
