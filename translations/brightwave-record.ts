@@ -4,7 +4,7 @@
 <context>
     <name>AudioFile</name>
     <message>
-        <location filename="../platform/av/AudioFile.cpp" line="+573"/>
+        <location filename="../platform/av/AudioFile.cpp" line="+575"/>
         <source>Recording stopped: AIFF files can’t grow past 4 GB. Choose WAV or M4A for longer recordings.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -20,7 +20,7 @@
 <context>
     <name>BoundedBufferScheduler</name>
     <message>
-        <location filename="../engine/BoundedBufferScheduler.cpp" line="+26"/>
+        <location filename="../engine/BoundedBufferScheduler.cpp" line="+8"/>
         <source>Recording stopped because audio capture could not keep up.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -62,17 +62,17 @@
 <context>
     <name>RecordingEngine</name>
     <message>
-        <location filename="../engine/RecordingEngine.cpp" line="+115"/>
+        <location filename="../engine/RecordingEngine.cpp" line="+116"/>
         <source>This source could not be opened for recording.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+47"/>
+        <location line="+48"/>
         <source>Could not create the folder</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+77"/>
+        <location line="+66"/>
         <source>Recording stopped because the audio output changed.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -80,12 +80,17 @@
 <context>
     <name>RecordingEngineError</name>
     <message>
-        <location filename="../engine/RecordingEngineError.cpp" line="+19"/>
+        <location filename="../engine/RecordingEngineError.cpp" line="+23"/>
         <source>No audio source could be started.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
         <location line="+12"/>
+        <source>The mix could not be routed to the recording file.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+4"/>
         <source>Could not create the recording file.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -132,7 +137,7 @@
 <context>
     <name>bw::AppState</name>
     <message>
-        <location filename="../app/AppState.cpp" line="+304"/>
+        <location filename="../app/AppState.cpp" line="+340"/>
         <source>Microphone access was denied. Allow it in your desktop’s privacy settings, under Microphone.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -147,7 +152,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+149"/>
+        <location line="+150"/>
         <source>The recordings folder could not be created: %1</source>
         <translation type="unfinished"></translation>
     </message>
@@ -320,7 +325,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+132"/>
+        <location line="+127"/>
         <source>Show in Folder</source>
         <translation type="unfinished"></translation>
     </message>
@@ -699,7 +704,7 @@
 <context>
     <name>bw::SourceRowView</name>
     <message>
-        <location filename="../interface/SourceRowView.cpp" line="+126"/>
+        <location filename="../interface/SourceRowView.cpp" line="+119"/>
         <location line="+1"/>
         <source>Playing audio</source>
         <translation type="unfinished"></translation>
