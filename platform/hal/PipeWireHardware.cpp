@@ -35,11 +35,14 @@ struct PipeWireHardware::Impl final : pipewire::PipeWireConnection::Observer {
         }
     }
     void connectionSettled() override { mirror.graphChanged(); }
-    void connectionLost() override { standIn.start(endpoints()); }
+    // Nothing yet: the old streams may still be in a cycle until they are destroyed.
+    void connectionLost() override {}
     void connectionClosing() override {
         for (const auto& endpoint : endpoints()) {
-            endpoint->destroy();
+            endpoint->destroy();  // waits for the stream's realtime thread to let go
         }
+        // Only now: the stand-in clock must never render beside a stream's own cycle.
+        standIn.start(endpoints());
         taps.dropLinks();
         mover.dropSink();
         mirror.clear();
