@@ -63,14 +63,12 @@ private:
                    NOTIFY recordingsFolderPathChanged)
 
 public:
-    // The preference keys. The last two are read and written by the onboarding and the system
-    // audio permission; they are named here so every key lives in one place.
+    // The preference keys. The last is written by the walkthrough; the system audio permission's
+    // attempt is kept under SystemAudioPermission::kAttemptedKey.
     static constexpr const char* kPassthroughEnabledKey = "passthroughEnabled";
     static constexpr const char* kRecordingFormatKey = "recordingFormat";
     static constexpr const char* kRecordingsFolderPathKey = "recordingsFolderPath";
     static constexpr const char* kHasCompletedOnboardingKey = "hasCompletedOnboarding";
-    static constexpr const char* kSystemAudioPermissionAttemptedKey =
-        "systemAudioPermissionAttempted";
 
     static constexpr auto kSourceRefreshInterval = std::chrono::seconds(5);
     /// After the audio server announces a change, the lists are read again this much later, so

@@ -38,8 +38,6 @@ public:
     /// Buffers dropped because the bound was reached.
     int droppedBuffers() const;
 
-    const std::shared_ptr<AudioPlayerNode>& player() const { return player_; }
-
 private:
     void bufferPlayedBack();
 

@@ -74,7 +74,7 @@ struct Walkthrough {
 
     explicit Walkthrough(bool attemptedBefore = false) {
         if (attemptedBefore) {
-            defaults.setValue(AppState::kSystemAudioPermissionAttemptedKey, true);
+            defaults.setValue(SystemAudioPermission::kAttemptedKey, true);
         }
         view = std::make_unique<OnboardingView>(probe, &defaults, &clock);
         view->setOpenSettings([this] {

@@ -78,7 +78,7 @@ TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
 
     // The permission step after a refusal, with the way to the settings.
     view.setStep(OnboardingView::permissionStep);
-    defaults.setValue(AppState::kSystemAudioPermissionAttemptedKey, true);
+    defaults.setValue(SystemAudioPermission::kAttemptedKey, true);
     view.hide();
     view.show();
     ASSERT_TRUE(test::pumpUntil(
