@@ -490,7 +490,7 @@
 <context>
     <name>bw::MenuBarLabelView</name>
     <message>
-        <location filename="../app/shell/MenuBarLabelView.cpp" line="+30"/>
+        <location filename="../app/shell/MenuBarLabelView.cpp" line="+18"/>
         <source>Brightwave Record, recording, %1</source>
         <translation type="unfinished"></translation>
     </message>

@@ -86,7 +86,7 @@ TEST(MenuBarExtraTest, AHostReadsTheTimeAsLabelTitleAndTooltipAndItsClickOpensTh
 
         const FakeTrayHost& host = *rig.trayHost;
         const QString named = QStringLiteral("Brightwave Record, recording, ") + c.shown;
-        EXPECT_EQ(rig.app->menuBarExtra()->label()->accessibleName(), named);
+        EXPECT_EQ(rig.app->menuBarExtra()->label()->accessibleLabel(), named);
         EXPECT_EQ(host.property("XAyatanaLabel").toString(), QLatin1String(c.shown));
         EXPECT_EQ(host.property("XAyatanaLabelGuide").toString(), QLatin1String(c.guide));
         EXPECT_EQ(host.property("Title").toString(), named);
