@@ -2,7 +2,6 @@
 
 #include "capture/AudioInputDeviceEnumerator.h"
 #include "capture/CoreAudioError.h"
-#include "engine/BoundedBufferScheduler.h"
 
 namespace bw {
 
@@ -21,22 +20,7 @@ void MicrophoneCapture::setBufferHandler(BufferHandler handler) {
 }
 
 void MicrophoneCapture::setFailureHandler(FailureCallback handler) {
-    std::lock_guard guard(bufferHandlerLock_);
-    storedFailureHandler_ = std::move(handler);
-}
-
-void MicrophoneCapture::reportLoss() {
-    if (lossReported_.exchange(true)) {
-        return;
-    }
-    FailureCallback handler;
-    {
-        std::lock_guard guard(bufferHandlerLock_);
-        handler = storedFailureHandler_;
-    }
-    if (handler) {
-        handler(BoundedBufferScheduler::overrunMessage());
-    }
+    lossReport_.set(std::move(handler));
 }
 
 Expected<void, ErrorRef> MicrophoneCapture::start() {
@@ -67,10 +51,10 @@ Expected<void, ErrorRef> MicrophoneCapture::start() {
             CoreAudioError(kAudioHardwareBadDeviceError, "input device has no usable format")));
     }
     format_ = format;
-    lossReported_ = false;
+    lossReport_.rearm();
     auto lost = [weak = weak_from_this()] {
         if (auto self = weak.lock()) {
-            self->reportLoss();
+            self->lossReport_.report();
         }
     };
     input->installTap(

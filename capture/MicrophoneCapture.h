@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "capture/LossReport.h"
 #include "capture/OverloadWatch.h"
 #include "engine/Capture.h"
 #include "platform/av/AudioEngine.h"
@@ -42,17 +43,15 @@ public:
 
 private:
     void deliver(std::shared_ptr<PCMBuffer> buffer);
-    void reportLoss();
 
     const std::string deviceUID_;
     std::shared_ptr<AudioHardware> hardware_;
     std::unique_ptr<AudioEngine> engine_;
     bool started_ = false;
     std::optional<AudioFormat> format_;
-    std::mutex bufferHandlerLock_;  // guards the two handlers
+    std::mutex bufferHandlerLock_;  // guards the handler
     BufferHandler storedBufferHandler_;
-    FailureCallback storedFailureHandler_;
-    std::atomic<bool> lossReported_{false};
+    LossReport lossReport_;
     std::unique_ptr<OverloadWatch> overloadWatch_;  // from start to stop
     std::shared_ptr<SerialQueue> watchQueue_;
 };

@@ -6,7 +6,6 @@
 #include "capture/AudioObjectAccess.h"
 #include "capture/AudioProcessEnumerator.h"
 #include "capture/ProcessTapError.h"
-#include "engine/BoundedBufferScheduler.h"
 #include "platform/av/PCMBuffer.h"
 #include "platform/av/VectorOps.h"
 #include "platform/hal/UUID.h"
@@ -37,22 +36,7 @@ void ProcessTapCapture::setBufferHandler(BufferHandler handler) {
 }
 
 void ProcessTapCapture::setFailureHandler(FailureCallback handler) {
-    std::lock_guard guard(bufferHandlerLock_);
-    storedFailureHandler_ = std::move(handler);
-}
-
-void ProcessTapCapture::reportLoss() {
-    if (lossReported_.exchange(true)) {
-        return;
-    }
-    FailureCallback handler;
-    {
-        std::lock_guard guard(bufferHandlerLock_);
-        handler = storedFailureHandler_;
-    }
-    if (handler) {
-        handler(BoundedBufferScheduler::overrunMessage());
-    }
+    lossReport_.set(std::move(handler));
 }
 
 std::vector<AudioObjectID> ProcessTapCapture::memberObjects(AudioHardware& hardware,
@@ -248,13 +232,13 @@ Expected<void, ErrorRef> ProcessTapCapture::start() {
         return tearDown(makeError(CoreAudioError(status, "start aggregate device")));
     }
     started_ = true;
-    lossReported_ = false;
-    overloadWatch_ = std::make_unique<OverloadWatch>(hardware_, aggregate, queue_,
-                                                     [weak = weak_from_this()] {
-                                                         if (auto self = weak.lock()) {
-                                                             self->reportLoss();
-                                                         }
-                                                     });
+    lossReport_.rearm();
+    overloadWatch_ =
+        std::make_unique<OverloadWatch>(hardware_, aggregate, queue_, [weak = weak_from_this()] {
+            if (auto self = weak.lock()) {
+                self->lossReport_.report();
+            }
+        });
     if (!target_.isSystemAudio()) {
         addProcessListListener();
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "capture/LossReport.h"
 #include "capture/OverloadWatch.h"
 #include "capture/TapTarget.h"
 #include "engine/Capture.h"
@@ -70,7 +71,6 @@ private:
     Unexpected<ErrorRef> tearDown(ErrorRef error);
     void addProcessListListener();
     void ioCycle(const AudioBufferList* input);
-    void reportLoss();
     void rebind();
     /// Another running process of the application `bundleID`, once `gone` has quit.
     std::optional<std::int32_t> relaunchOf(const std::string& bundleID, std::int32_t gone);
@@ -97,10 +97,9 @@ private:
     std::optional<AudioFormat> format_;
     std::optional<AudioFormat> tapFormat_;
 
-    std::mutex bufferHandlerLock_;  // guards the two handlers
+    std::mutex bufferHandlerLock_;  // guards the handler
     BufferHandler storedBufferHandler_;
-    FailureCallback storedFailureHandler_;
-    std::atomic<bool> lossReported_{false};
+    LossReport lossReport_;
     std::unique_ptr<OverloadWatch> overloadWatch_;  // control queue only
 
     std::vector<float> scratch_;  // on `queue_` only
