@@ -12,25 +12,36 @@ ConsoleSurface::ConsoleSurface(QWidget* parent, GrainTextureCache* cache)
     : QWidget(parent), grain_(new GrainOverlay(grainOpacity, cache, this)) {
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAutoFillBackground(false);
-    connect(grain_, &GrainOverlay::textureChanged, this, qOverload<>(&QWidget::update));
+    connect(grain_, &GrainOverlay::textureChanged, this, [this] {
+        pictureStale_ = true;
+        update();
+    });
 }
 
 void ConsoleSurface::paintEvent(QPaintEvent*) {
     // Measuring here follows every resize and every move to a screen of another scale.
-    grain_->updateSize(QSizeF(size()), devicePixelRatioF());
+    const qreal ratio = devicePixelRatioF();
+    grain_->updateSize(QSizeF(size()), ratio);
+    const QSize pixels = (QSizeF(size()) * ratio).toSize();
+    if (pictureStale_ || picture_.size() != pixels || picture_.devicePixelRatio() != ratio) {
+        picture_ = QPixmap(pixels);
+        picture_.setDevicePixelRatio(ratio);
+        QPainter painter(&picture_);
+        const QRectF bounds(rect());
+        QLinearGradient gradient(bounds.topLeft(), bounds.bottomLeft());
+        gradient.setColorAt(0.0, Theme::consoleTop());
+        gradient.setColorAt(1.0, Theme::consoleBottom());
+        painter.fillRect(bounds, gradient);
 
+        grain_->paint(painter, bounds);
+
+        painter.fillRect(QRectF(0, 0, bounds.width(), 1), QColor::fromRgbF(1, 1, 1, 0.07f));
+        painter.fillRect(QRectF(0, bounds.height() - 1, bounds.width(), 1),
+                         QColor::fromRgbF(0, 0, 0, 0.5f));
+        pictureStale_ = false;
+    }
     QPainter painter(this);
-    const QRectF bounds(rect());
-    QLinearGradient gradient(bounds.topLeft(), bounds.bottomLeft());
-    gradient.setColorAt(0.0, Theme::consoleTop());
-    gradient.setColorAt(1.0, Theme::consoleBottom());
-    painter.fillRect(bounds, gradient);
-
-    grain_->paint(painter, bounds);
-
-    painter.fillRect(QRectF(0, 0, bounds.width(), 1), QColor::fromRgbF(1, 1, 1, 0.07f));
-    painter.fillRect(QRectF(0, bounds.height() - 1, bounds.width(), 1),
-                     QColor::fromRgbF(0, 0, 0, 0.5f));
+    painter.drawPixmap(QPointF(0, 0), picture_);
 }
 
 }  // namespace bw

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPixmap>
 #include <QWidget>
 
 namespace bw {
@@ -12,7 +13,9 @@ class GrainTextureCache;
 /// the bottom. A container: child widgets stand on it. It has no input of its own.
 ///
 /// The grain texture is made off the GUI thread by the cache and arrives a moment after the
-/// first paint at a size; until then the panel is drawn without it. GUI thread only.
+/// first paint at a size; until then the panel is drawn without it. The whole panel is drawn
+/// once per size, scale and texture into a picture, so a repaint of part of it (a meter, a glow)
+/// only copies that part. GUI thread only.
 class ConsoleSurface : public QWidget {
     Q_OBJECT
 public:
@@ -30,6 +33,8 @@ protected:
 
 private:
     GrainOverlay* grain_;
+    QPixmap picture_;
+    bool pictureStale_ = true;
 };
 
 }  // namespace bw

@@ -10,8 +10,10 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
+#include <QShowEvent>
 #include <QStackedWidget>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
@@ -134,7 +136,8 @@ private:
 };
 
 // The record key as an illustration: a real key, ready and enabled, drawn at 0.62 of its size.
-// It takes no clicks; its picture is taken once per screen scale.
+// It takes no clicks; its picture is taken once per screen scale, never while painting (a grab
+// inside a paint would nest two painters on the window).
 class ScaledRecordKey : public QWidget {
 public:
     explicit ScaledRecordKey(ConsoleClock* clock, QWidget* parent) : QWidget(parent) {
@@ -148,17 +151,18 @@ public:
     }
 
 protected:
+    void showEvent(QShowEvent* event) override {
+        takePicture();
+        QWidget::showEvent(event);
+    }
+
     void paintEvent(QPaintEvent*) override {
-        if (picture_.isNull() || picture_.devicePixelRatio() != devicePixelRatioF()) {
-            // Its own window background would be drawn too; only the key is wanted.
-            QPalette clear = palette();
-            clear.setColor(QPalette::Window, Qt::transparent);
-            key_.setPalette(clear);
-            // The glow would be cut off at this small frame's edge; the key alone reads better.
-            if (QGraphicsEffect* glow = key_.graphicsEffect()) {
-                glow->setEnabled(false);
-            }
-            picture_ = key_.grab();
+        if (picture_.devicePixelRatio() != devicePixelRatioF()) {
+            // Moved to a screen of another scale: a sharp picture a moment later.
+            QTimer::singleShot(0, this, [this] {
+                takePicture();
+                update();
+            });
         }
         QPainter painter(this);
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
@@ -168,6 +172,17 @@ protected:
     }
 
 private:
+    void takePicture() {
+        if (picture_.isNull() || picture_.devicePixelRatio() != devicePixelRatioF()) {
+            // The key alone, without its window background: without a parent its glow has no
+            // panel to light.
+            picture_ = QPixmap(key_.size() * devicePixelRatioF());
+            picture_.setDevicePixelRatio(devicePixelRatioF());
+            picture_.fill(Qt::transparent);
+            key_.render(&picture_, QPoint(), QRegion(), QWidget::DrawChildren);
+        }
+    }
+
     RecordButton key_;
     QPixmap picture_;
 };

@@ -5,9 +5,12 @@
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QRegion>
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
+#include "interface/GlowUnderlay.h"
 #include "interface/SoftShadow.h"
 #include "interface/Theme.h"
 
@@ -17,14 +20,22 @@ namespace {
 constexpr double kGlowOffsetY = 2.0;
 constexpr double kRingWidth = 2.0;
 constexpr double kRingGrowth = 0.4;
+constexpr double kLoudestGlow = 26.0;
+
+long quarterPoints(double value) {
+    return std::lround(value * 4.0);
+}
+
+long halfPoints(double value) {
+    return std::lround(value * 2.0);
+}
 }  // namespace
 
 RecordButton::RecordButton(QWidget* parent)
     : QAbstractButton(parent),
-      overhangEffect_(new OverhangEffect(
-          0.0, [this](QPainter& painter) { paintUnderlay(painter); }, this)) {
+      underlay_(
+          new GlowUnderlay(this, 0.0, [this](QPainter& painter) { paintUnderlay(painter); })) {
     setObjectName(QStringLiteral("recordButton"));
-    setGraphicsEffect(overhangEffect_);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     // Focus by keyboard only, so a click doesn't leave a focus ring on the key.
     setFocusPolicy(Qt::TabFocus);
@@ -44,7 +55,7 @@ void RecordButton::setClock(ConsoleClock* clock) {
 
 double RecordButton::glowRadius() const {
     if (recording_) {
-        return 12.0 + 14.0 * std::clamp(static_cast<double>(rawLevel_), 0.0, 1.0);
+        return 12.0 + (kLoudestGlow - 12.0) * std::clamp(static_cast<double>(rawLevel_), 0.0, 1.0);
     }
     return keyEnabled_ ? 9.0 : 5.0;
 }
@@ -78,14 +89,20 @@ QRectF RecordButton::keyRect() const {
 }
 
 double RecordButton::overhang() const {
-    const double glow = SoftShadow::reach(glowRadius()) + kGlowOffsetY;
+    const double glow = SoftShadow::reach(recording_ ? kLoudestGlow : glowRadius()) + kGlowOffsetY;
     const double ring =
         pulseRingVisible() ? keyDiameter / 2 * kRingGrowth + kRingWidth * (1 + kRingGrowth) : 0.0;
     return std::max(glow, ring);
 }
 
 void RecordButton::updateOverhang() {
-    overhangEffect_->setReach(overhang());
+    underlay_->setReach(overhang());
+}
+
+QRectF RecordButton::glowRect(double radius) const {
+    const double outer = keyDiameter / 2 + SoftShadow::reach(radius) + 1.0;
+    const QPointF center = keyRect().center() + QPointF(0, kGlowOffsetY);
+    return QRectF(center.x() - outer, center.y() - outer, 2 * outer, 2 * outer);
 }
 
 QSize RecordButton::sizeHint() const {
@@ -108,12 +125,14 @@ void RecordButton::setRecording(bool recording) {
     updateTexts();
     updateOverhang();
     update();
+    underlay_->update();
 }
 
 void RecordButton::setKeyEnabled(bool enabled) {
     keyEnabled_ = enabled;
     updateOverhang();
     update();
+    underlay_->update();
 }
 
 void RecordButton::setReduceMotion(bool reduce) {
@@ -121,15 +140,21 @@ void RecordButton::setReduceMotion(bool reduce) {
     updatePulse();
     updateOverhang();
     update();
+    underlay_->update();
 }
 
 void RecordButton::setLevel(float level) {
     if (!recording_) {
         return;
     }
+    const double before = glowRadius();
     rawLevel_ = level;
-    updateOverhang();
-    update();
+    const double now = glowRadius();
+    // The glow is drawn in half-point steps: a level that moves it less repaints nothing.
+    if (halfPoints(now) != halfPoints(before) || halfPoints(now) != drawnGlow_) {
+        drawnGlow_ = halfPoints(now);
+        underlay_->updateOwnerRect(glowRect(std::max(before, now)));
+    }
 }
 
 void RecordButton::updateTexts() {
@@ -148,7 +173,47 @@ void RecordButton::updatePulse() {
     pulsing_ = ring;
     if (pulsing_) {
         pulseStart_ = clock_->now();
-        startMotion();
+        stepRing();
+    }
+    underlay_->update();
+}
+
+void RecordButton::stepRing() {
+    if (!pulsing_) {
+        return;
+    }
+    const double radius = keyDiameter / 2 * pulseScale();
+    const long drawnRadius = quarterPoints(radius);
+    const long drawnAlpha = std::lround(pulseOpacity() * 255.0);
+    if (drawnRadius != drawnRingRadius_ || drawnAlpha != drawnRingAlpha_) {
+        if (press_.value() != 1.0) {
+            underlay_->update();  // scaled by the press: simply all of it
+        } else {
+            // The band between the old and new ring, less the key's middle no ring reaches.
+            const double old = drawnRingRadius_ / 4.0;
+            const double spread = kRingWidth * (1 + kRingGrowth) + 1.0;
+            const double outer = std::max(old, radius) + spread;
+            const double inner = (std::min(old, radius) - spread) / std::numbers::sqrt2;
+            const QPointF center = keyRect().center();
+            QRegion band(QRectF(center.x() - outer, center.y() - outer, 2 * outer, 2 * outer)
+                             .toAlignedRect());
+            if (inner > 0) {
+                band -= QRegion(
+                    QRectF(center.x() - inner, center.y() - inner, 2 * inner, 2 * inner).toRect());
+            }
+            underlay_->updateOwnerRegion(band);
+        }
+        drawnRingRadius_ = drawnRadius;
+        drawnRingAlpha_ = drawnAlpha;
+    }
+    if (!ringStepScheduled_) {
+        ringStepScheduled_ = true;
+        const auto next =
+            clock_->now() + std::chrono::nanoseconds(1'000'000'000 / ringFramesPerSecond);
+        clock_->callAt(next, this, [this] {
+            ringStepScheduled_ = false;
+            stepRing();
+        });
     }
 }
 
@@ -170,8 +235,8 @@ void RecordButton::startMotion() {
 }
 
 void RecordButton::advance() {
-    const bool moving = glyph_.isMoving() || press_.isMoving();
-    if (!moving && !pulsing_) {
+    const bool pressMoving = press_.isMoving();
+    if (!glyph_.isMoving() && !pressMoving) {
         return;
     }
     const auto now = clock_->now();
@@ -179,10 +244,13 @@ void RecordButton::advance() {
     lastFrame_ = now;
     const bool glyphMoves = glyph_.step(seconds);
     const bool pressMoves = press_.step(seconds);
-    if (glyphMoves || pressMoves || pulsing_) {
+    if (glyphMoves || pressMoves) {
         clock_->requestFrame();
     }
     update();
+    if (pressMoving) {
+        underlay_->update();  // the press scales the glow and ring too
+    }
 }
 
 bool RecordButton::hitButton(const QPoint& pos) const {

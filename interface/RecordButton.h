@@ -3,10 +3,11 @@
 #include <QAbstractButton>
 
 #include "interface/ConsoleClock.h"
-#include "interface/OverhangEffect.h"
 #include "interface/SpringAnimation.h"
 
 namespace bw {
+
+class GlowUnderlay;
 
 /// The round red transport key: a 64-point key with a caption under it ("Record" or "Stop"),
 /// a glow that breathes with the mix while recording, a pulse ring leaving its edge every 1.5 s,
@@ -17,8 +18,10 @@ namespace bw {
 /// still arrives (the caller answers it with its hint). `setLevel` takes the master level stream;
 /// values count only while recording. With `reduceMotion` the ring is gone, the glow and the
 /// glyph's spring stay. The widget is the key-and-caption column, all of it pressable; the glow
-/// and the ring light the panel around it without taking room (`OverhangEffect`). The object
-/// name is "recordButton". Motion runs on the widget's `ConsoleClock`. GUI thread only.
+/// and the ring light the panel around it without taking room (`GlowUnderlay`). The ring moves
+/// at most `ringFramesPerSecond` times a second and repaints only the band it sweeps; the glow
+/// repaints only when its drawn size changes. The object name is "recordButton". Motion runs
+/// on the widget's `ConsoleClock`. GUI thread only.
 class RecordButton : public QAbstractButton {
     Q_OBJECT
     Q_PROPERTY(bool recording READ isRecording WRITE setRecording)
@@ -28,6 +31,7 @@ public:
     static constexpr double keyDiameter = 64.0;
     static constexpr double captionSpacing = 5.0;
     static constexpr double pressedScale = 0.94;
+    static constexpr int ringFramesPerSecond = 30;
 
     explicit RecordButton(QWidget* parent = nullptr);
 
@@ -61,7 +65,8 @@ public:
 
     /// The key's circle in widget coordinates, before the press scale.
     QRectF keyRect() const;
-    /// How far the glow and ring reach beyond the widget now.
+    /// How far the glow and ring may reach beyond the widget in the current state (while
+    /// recording: as far as the loudest glow, so the lit margin keeps still while it breathes).
     double overhang() const;
 
     QSize sizeHint() const override;
@@ -89,6 +94,9 @@ private:
     void startMotion();
     void advance();
     double pulsePhase() const;
+    /// Moves the ring one step and repaints the band it left and entered; runs while pulsing.
+    void stepRing();
+    QRectF glowRect(double radius) const;
     void paintUnderlay(QPainter& painter) const;
     void applyPressScale(QPainter& painter) const;
     void updateOverhang();
@@ -105,7 +113,13 @@ private:
     SpringAnimation press_{1.0, 0.0005};
     ConsoleClock::Duration pulseStart_{};
     ConsoleClock::Duration lastFrame_{};
-    OverhangEffect* overhangEffect_;
+    bool ringStepScheduled_ = false;
+    // The ring as last asked to be drawn: radius in quarter points, opacity in 255ths.
+    long drawnRingRadius_ = 0;
+    long drawnRingAlpha_ = 0;
+    // The glow's blur as last asked to be drawn, in half points.
+    long drawnGlow_ = 0;
+    GlowUnderlay* underlay_;
 };
 
 }  // namespace bw

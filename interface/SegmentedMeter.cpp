@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "interface/ConsoleAccessibility.h"
-#include "interface/OverhangEffect.h"
+#include "interface/GlowUnderlay.h"
 #include "interface/SoftShadow.h"
 #include "interface/Theme.h"
 
@@ -16,11 +16,12 @@ namespace {
 constexpr double kLampGlowRadius = 3.0;
 }  // namespace
 
-SegmentedMeter::SegmentedMeter(QWidget* parent) : QWidget(parent), clock_(ConsoleClock::system()) {
+SegmentedMeter::SegmentedMeter(QWidget* parent)
+    : QWidget(parent),
+      clock_(ConsoleClock::system()),
+      underlay_(new GlowUnderlay(this, SoftShadow::reach(kLampGlowRadius),
+                                 [this](QPainter& painter) { paintLampGlow(painter); })) {
     ConsoleAccessibility::install();
-    setGraphicsEffect(new OverhangEffect(
-        SoftShadow::reach(kLampGlowRadius), [this](QPainter& painter) { paintLampGlow(painter); },
-        this));
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName(tr("Recording level"));
 }
@@ -35,6 +36,17 @@ QString SegmentedMeter::accessibleValue() const {
         text += tr(", clipping");
     }
     return text;
+}
+
+std::pair<long, long> SegmentedMeter::shown() const {
+    const int n = segmentCount(barRect().width());
+    const long lit = std::lround(std::min(level_, 1.0f) * static_cast<float>(n));
+    const long peak =
+        peak_ > 0.02f
+            ? std::min(static_cast<long>(std::floor(std::min(peak_, 1.0f) * static_cast<float>(n))),
+                       static_cast<long>(n - 1))
+            : -1;
+    return {lit, peak < lit ? -1 : peak};
 }
 
 int SegmentedMeter::segmentCount(double width) {
@@ -111,7 +123,9 @@ void SegmentedMeter::setLevel(float level) {
     if (level <= 0.001f && peak_ <= 0.04f) {
         peak_ = 0.0f;
     }
-    update();
+    if (shown() != painted_) {
+        update(barRect().toAlignedRect());
+    }
     ConsoleAccessibility::notifyValueChanged(this);
 }
 
@@ -120,12 +134,15 @@ void SegmentedMeter::setClipped(bool clipped) {
         return;
     }
     clipped_ = clipped;
-    update();
+    update(lampRect().toAlignedRect().adjusted(-1, -1, 1, 1));
+    const double glow = SoftShadow::reach(kLampGlowRadius) + 1.0;
+    underlay_->updateOwnerRect(lampRect().adjusted(-glow, -glow, glow, glow));
     ConsoleAccessibility::notifyValueChanged(this);
     emit clippedChanged(clipped);
 }
 
 void SegmentedMeter::paintEvent(QPaintEvent*) {
+    painted_ = shown();
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);

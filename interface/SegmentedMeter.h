@@ -3,6 +3,7 @@
 #include <QColor>
 #include <QRectF>
 #include <QWidget>
+#include <utility>
 #include <vector>
 
 #include "interface/ConsoleClock.h"
@@ -11,6 +12,8 @@ class QPainter;
 
 namespace bw {
 
+class GlowUnderlay;
+
 /// The console's LED bar: a row of segments lit up to the level, one segment held at the peak,
 /// and a clip lamp at the right end.
 ///
@@ -18,7 +21,8 @@ namespace bw {
 /// own memory: each change of the level pulls it down by 0.03, not each second. A level of 0.98
 /// or more lights the clip lamp, which goes out 2.5 s after the last such level, timed by the
 /// widget's `ConsoleClock`. The widget is the row itself, 10 high; the lamp's glow spills onto
-/// the panel around it without taking room (`OverhangEffect`). GUI thread only.
+/// the panel around it without taking room (`GlowUnderlay`). A new level repaints the bar only
+/// when a segment or the held peak changes. GUI thread only.
 class SegmentedMeter : public QWidget {
     Q_OBJECT
     Q_PROPERTY(float level READ level WRITE setLevel)
@@ -87,8 +91,12 @@ protected:
 private:
     void setClipped(bool clipped);
     void paintLampGlow(QPainter& painter) const;
+    /// What the bar shows at a width: lit segments and the held peak's index (or -1).
+    std::pair<long, long> shown() const;
 
     ConsoleClock* clock_;
+    GlowUnderlay* underlay_;
+    std::pair<long, long> painted_{-1, -1};
     float level_ = 0.0f;
     float peak_ = 0.0f;
     bool clipped_ = false;

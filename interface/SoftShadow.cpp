@@ -3,9 +3,7 @@
 #include <QPainter>
 #include <QRadialGradient>
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <map>
 #include <numbers>
 #include <vector>
 
@@ -83,35 +81,80 @@ double SoftShadow::discStrength(double distance, double discRadius, double blurR
     return std::clamp(sum / (std::numbers::pi * twoSigmaSquared), 0.0, 1.0);
 }
 
-void SoftShadow::paintDisc(QPainter& painter, QPointF center, double discRadius, double blurRadius,
-                           const QColor& color) {
-    const double outer = discRadius + reach(blurRadius);
+namespace {
+
+// The glow of a disc centred in a square image of `pixels` device pixels: one radial gradient
+// through the disc's strength profile.
+QImage discImage(int pixels, double ratio, double discRadius, double blurRadius,
+                 const QColor& color) {
+    QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(ratio);
+    image.fill(Qt::transparent);
+    const double outer = discRadius + SoftShadow::reach(blurRadius);
+    const double middle = pixels / ratio / 2.0;
+    const QPointF center(middle, middle);
     constexpr int kStops = 24;
-    // Profiles are reused across frames: a glow that breathes with a level takes few sizes.
-    static std::map<std::pair<long, long>, std::array<double, kStops + 1>> profiles;
-    const auto key = std::make_pair(std::lround(discRadius * 100), std::lround(blurRadius * 100));
-    auto found = profiles.find(key);
-    if (found == profiles.end()) {
-        if (profiles.size() > 64) {
-            profiles.clear();
-        }
-        std::array<double, kStops + 1> profile{};
-        for (int i = 0; i <= kStops; ++i) {
-            profile[i] = discStrength(outer * i / kStops, discRadius, blurRadius);
-        }
-        found = profiles.emplace(key, profile).first;
-    }
     QRadialGradient gradient(center, outer);
     for (int i = 0; i <= kStops; ++i) {
         QColor stop = color;
-        stop.setAlphaF(static_cast<float>(color.alphaF() * found->second[i]));
+        stop.setAlphaF(static_cast<float>(
+            color.alphaF() * SoftShadow::discStrength(outer * i / kStops, discRadius, blurRadius)));
         gradient.setColorAt(static_cast<double>(i) / kStops, stop);
     }
-    painter.save();
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(gradient);
     painter.drawEllipse(center, outer, outer);
-    painter.restore();
+    return image;
+}
+
+}  // namespace
+
+void SoftShadow::paintDisc(QPainter& painter, QPointF center, double discRadius, double blurRadius,
+                           const QColor& color) {
+    struct Entry {
+        long disc;
+        long blur;
+        QRgb color;
+        long ratio;
+        QImage image;
+    };
+    // Kept across frames, newest first: a glow that breathes with a level takes few sizes.
+    static std::vector<Entry> cache;
+    constexpr std::size_t kBudgetBytes = 4 << 20;
+
+    // Half-point steps of blur look the same and bound the number of pictures.
+    const double blur = std::round(blurRadius * 2.0) / 2.0;
+    const double ratio = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
+    const long disc = std::lround(discRadius * 100);
+    const long blurKey = std::lround(blur * 100);
+    const long ratioKey = std::lround(ratio * 100);
+    auto found = std::find_if(cache.begin(), cache.end(), [&](const Entry& e) {
+        return e.disc == disc && e.blur == blurKey && e.color == color.rgba() &&
+               e.ratio == ratioKey;
+    });
+    if (found == cache.end()) {
+        const double outer = discRadius + reach(blur);
+        const int pixels = 2 * static_cast<int>(std::ceil(outer * ratio)) + 2;
+        cache.insert(cache.begin(), Entry{disc, blurKey, color.rgba(), ratioKey,
+                                          discImage(pixels, ratio, discRadius, blur, color)});
+        std::size_t bytes = 0;
+        for (auto e = cache.begin(); e != cache.end(); ++e) {
+            bytes += static_cast<std::size_t>(e->image.sizeInBytes());
+            if (bytes > kBudgetBytes && e != cache.begin()) {
+                cache.erase(e, cache.end());
+                break;
+            }
+        }
+        found = cache.begin();
+    } else if (found != cache.begin()) {
+        std::rotate(cache.begin(), found, found + 1);
+        found = cache.begin();
+    }
+    const QImage& image = found->image;
+    const double half = image.width() / ratio / 2.0;
+    painter.drawImage(QPointF(center.x() - half, center.y() - half), image);
 }
 
 QImage SoftShadow::blurred(const QImage& shape, double blurRadius, const QColor& color) {
@@ -140,17 +183,18 @@ QImage SoftShadow::blurred(const QImage& shape, double blurRadius, const QColor&
             boxPass(scratch, alpha, width, height, 1, width, radius);
         }
     }
-    const double colorAlpha = color.alphaF();
+    // Premultiplied colour per unit of alpha, so each pixel is four multiplications.
+    const float unit = static_cast<float>(color.alphaF()) / 255.0f;
+    const float red = static_cast<float>(color.redF()) * 255.0f;
+    const float green = static_cast<float>(color.greenF()) * 255.0f;
+    const float blue = static_cast<float>(color.blueF()) * 255.0f;
     for (int y = 0; y < height; ++y) {
         auto* line = reinterpret_cast<QRgb*>(result.scanLine(y));
+        const float* from = alpha.data() + static_cast<std::size_t>(y) * width;
         for (int x = 0; x < width; ++x) {
-            const double a =
-                std::clamp(alpha[static_cast<std::size_t>(y) * width + x] / 255.0, 0.0, 1.0) *
-                colorAlpha;
-            const int a8 = static_cast<int>(std::lround(a * 255.0));
-            line[x] = qRgba(static_cast<int>(std::lround(color.redF() * a * 255.0)),
-                            static_cast<int>(std::lround(color.greenF() * a * 255.0)),
-                            static_cast<int>(std::lround(color.blueF() * a * 255.0)), a8);
+            const float a = std::clamp(from[x] * unit, 0.0f, 1.0f);
+            line[x] = qRgba(static_cast<int>(red * a + 0.5f), static_cast<int>(green * a + 0.5f),
+                            static_cast<int>(blue * a + 0.5f), static_cast<int>(a * 255.0f + 0.5f));
         }
     }
     return result;

@@ -12,14 +12,16 @@ namespace bw {
 /// the clip lamp and the LCD digits light the panel around them.
 ///
 /// A glow's radius is its blur radius in device-independent pixels: the standard deviation of a
-/// Gaussian. GUI thread (they paint); the image function is pure.
+/// Gaussian. GUI thread (they paint and keep pictures); the image function is pure.
 class SoftShadow {
 public:
     SoftShadow() = delete;
 
     /// Paints the blurred shadow of a filled disc of `discRadius` centred at `center`, in
-    /// `color` (its alpha included). No image work: the blur of a disc is radially symmetric,
-    /// so it is one radial gradient through `discStrength`, whose profiles are kept per size.
+    /// `color` (its alpha included), with the blur rounded to half a point. The blur of a disc is
+    /// radially symmetric: one radial gradient through `discStrength`, drawn once per size,
+    /// colour and screen scale into a picture that later paints reuse (at most 4 MB of them, the
+    /// least recently used go first).
     static void paintDisc(QPainter& painter, QPointF center, double discRadius, double blurRadius,
                           const QColor& color);
 

@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "interface/ConsoleAccessibility.h"
-#include "interface/OverhangEffect.h"
+#include "interface/GlowUnderlay.h"
 #include "interface/SoftShadow.h"
 #include "interface/Theme.h"
 
@@ -19,10 +19,12 @@ constexpr double kRollTravel = 0.7;
 }  // namespace
 
 TimecodeLCDView::TimecodeLCDView(QWidget* parent)
-    : QWidget(parent), formatted_(QStringLiteral("0:00:00")), compact_(QStringLiteral("00:00")) {
+    : QWidget(parent),
+      formatted_(QStringLiteral("0:00:00")),
+      compact_(QStringLiteral("00:00")),
+      underlay_(
+          new GlowUnderlay(this, kGlowReach, [this](QPainter& painter) { paintGlow(painter); })) {
     ConsoleAccessibility::install();
-    setGraphicsEffect(new OverhangEffect(
-        kGlowReach, [this](QPainter& painter) { paintGlow(painter); }, this));
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     setFont(Theme::timecodeFont());
     setAccessibleName(tr("Elapsed time"));
@@ -59,6 +61,7 @@ QSize TimecodeLCDView::sizeHint() const {
 void TimecodeLCDView::setRecording(bool recording) {
     recording_ = recording;
     update();
+    underlay_->update();
 }
 
 void TimecodeLCDView::setFormattedElapsed(const QString& text) {
@@ -75,6 +78,7 @@ void TimecodeLCDView::setFormattedElapsed(const QString& text) {
         updateGeometry();
     }
     update();
+    underlay_->update();
 }
 
 void TimecodeLCDView::setCompactElapsed(const QString& text) {
@@ -95,28 +99,23 @@ void TimecodeLCDView::advance() {
         clock_->requestFrame();
     }
     update();
+    if (isGlowing()) {
+        underlay_->update();
+    }
 }
 
-QImage TimecodeLCDView::digitLayer(const QColor& color, int margin) const {
-    const qreal ratio = devicePixelRatioF();
-    const QSize size = this->size() + QSize(2 * margin, 2 * margin);
-    QImage layer((QSizeF(size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
-    layer.setDevicePixelRatio(ratio);
-    layer.fill(Qt::transparent);
-
-    QPainter painter(&layer);
+void TimecodeLCDView::paintDigits(QPainter& painter, const QColor& color) const {
+    painter.save();
     painter.setRenderHint(QPainter::TextAntialiasing);
-    painter.translate(margin, margin);
     painter.setFont(font());
     painter.setPen(color);
     const QFontMetricsF metrics(font());
-    const QRectF line(rect());
     const double advance = metrics.horizontalAdvance(QLatin1Char('0'));
     const double baseline = metrics.ascent();
     const double travel = metrics.height() * kRollTravel;
     const double t = Theme::easeOut(rollProgress());
     // Rolling digits slide through the line as through a window.
-    painter.setClipRect(line);
+    painter.setClipRect(QRectF(rect()), Qt::IntersectClip);
 
     // Right-aligned, so a text that grows by an hour digit keeps its seconds in place.
     const qsizetype count = formatted_.size();
@@ -138,21 +137,67 @@ QImage TimecodeLCDView::digitLayer(const QColor& color, int margin) const {
         painter.setOpacity(t);
         painter.drawText(QPointF(x, baseline + travel * (1.0 - t)), QString(now));
     }
-    return layer;
+    painter.restore();
 }
 
-void TimecodeLCDView::paintGlow(QPainter& painter) const {
+const QImage& TimecodeLCDView::glowOf(const QString& text) {
+    const qreal ratio = devicePixelRatioF();
+    // Most recently used first, so the two texts of a roll both stay.
+    for (Glow& glow : glows_) {
+        if (glow.text == text && glow.ratio == ratio && !glow.image.isNull()) {
+            std::swap(glow, glows_[0]);
+            return glows_[0].image;
+        }
+    }
+    // The digits standing still, on a layer reaching as far as the glow, blurred once.
+    const QFontMetricsF metrics(font());
+    const QSize size(static_cast<int>(std::ceil(metrics.horizontalAdvance(text))) + 2 * kGlowReach,
+                     height() + 2 * kGlowReach);
+    QImage layer((QSizeF(size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+    layer.setDevicePixelRatio(ratio);
+    layer.fill(Qt::transparent);
+    {
+        QPainter painter(&layer);
+        painter.setRenderHint(QPainter::TextAntialiasing);
+        painter.setFont(font());
+        painter.setPen(Theme::consoleAmber());
+        const double advance = metrics.horizontalAdvance(QLatin1Char('0'));
+        for (qsizetype i = 0; i < text.size(); ++i) {
+            painter.drawText(QPointF(kGlowReach + static_cast<double>(i) * advance,
+                                     kGlowReach + metrics.ascent()),
+                             QString(text.at(i)));
+        }
+    }
+    glows_[1] = std::move(glows_[0]);
+    glows_[0] = Glow{text, ratio,
+                     SoftShadow::blurred(layer, glowRadius,
+                                         Theme::withOpacity(Theme::consoleAmber(), glowOpacity))};
+    return glows_[0].image;
+}
+
+void TimecodeLCDView::paintGlow(QPainter& painter) {
     if (!isGlowing()) {
         return;
     }
-    const QImage glow = SoftShadow::blurred(digitLayer(digitColor(), kGlowReach), glowRadius,
-                                            Theme::withOpacity(Theme::consoleAmber(), glowOpacity));
-    painter.drawImage(QPointF(-kGlowReach, -kGlowReach), glow);
+    // Right-aligned like the digits.
+    const auto place = [this](const QImage& glow) {
+        return QPointF(width() - glow.width() / glow.devicePixelRatio() + kGlowReach, -kGlowReach);
+    };
+    const double t = rolling_ ? Theme::easeOut(rollProgress()) : 1.0;
+    if (t < 1.0 && !previous_.isEmpty()) {
+        const QImage& before = glowOf(previous_);
+        painter.setOpacity(1.0 - t);
+        painter.drawImage(place(before), before);
+    }
+    const QImage& now = glowOf(formatted_);
+    painter.setOpacity(t);
+    painter.drawImage(place(now), now);
+    painter.setOpacity(1.0);
 }
 
 void TimecodeLCDView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.drawImage(QPointF(0, 0), digitLayer(digitColor(), 0));
+    paintDigits(painter, digitColor());
 }
 
 }  // namespace bw

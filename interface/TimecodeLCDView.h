@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QImage>
 #include <QString>
 #include <QWidget>
 
@@ -9,13 +10,17 @@ class QPainter;
 
 namespace bw {
 
+class GlowUnderlay;
+
 /// The amber elapsed-time display: one line of timecode digits, lit and glowing while
 /// recording, a dim unlit LCD otherwise. Digits that change roll upwards into place.
 ///
 /// The caller gives both text forms of the elapsed time (long, "0:12:34", shown; compact,
 /// "12:34", spoken) and whether a recording runs; before any recording they are the zero texts.
 /// The widget is the line of digits; the glow spreads onto the panel around it without taking
-/// room (`OverhangEffect`). The roll runs on the widget's `ConsoleClock`. GUI thread only.
+/// room (`GlowUnderlay`). A text's glow is blurred once and kept; while digits roll the glows of
+/// the old and new text cross-fade. The roll runs on the widget's `ConsoleClock`. GUI thread
+/// only.
 class TimecodeLCDView : public QWidget {
     Q_OBJECT
     Q_PROPERTY(bool recording READ isRecording WRITE setRecording)
@@ -59,9 +64,11 @@ protected:
 
 private:
     void advance();
-    /// The digits in `color` on a transparent image reaching `margin` beyond the widget.
-    QImage digitLayer(const QColor& color, int margin) const;
-    void paintGlow(QPainter& painter) const;
+    /// Draws the line in `color`, rolling digits where they are.
+    void paintDigits(QPainter& painter, const QColor& color) const;
+    /// The glow of `text` standing still, from the kept pictures (made when missing).
+    const QImage& glowOf(const QString& text);
+    void paintGlow(QPainter& painter);
 
     ConsoleClock* clock_ = nullptr;
     bool recording_ = false;
@@ -70,6 +77,14 @@ private:
     QString previous_;
     bool rolling_ = false;
     ConsoleClock::Duration rollStart_{};
+    GlowUnderlay* underlay_;
+    // The glows of the last two texts drawn, with the text and scale they were made for.
+    struct Glow {
+        QString text;
+        qreal ratio = 0;
+        QImage image;
+    };
+    Glow glows_[2];
 };
 
 }  // namespace bw

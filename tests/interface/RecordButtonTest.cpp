@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QMouseEvent>
 #include <QSignalSpy>
+#include <functional>
 
 #include "interface/ManualConsoleClock.h"
 #include "interface/RecordButton.h"
@@ -143,7 +144,7 @@ TEST(RecordButtonTest, RingLeavesTheEdgeAndFadesOnceEveryPeriod) {
         if (s.opacity >= 0) {
             EXPECT_NEAR(rig.button->pulseOpacity(), s.opacity, 1e-9) << s.ms;
         }
-        EXPECT_TRUE(rig.clock.framePending()) << "the ring keeps animating at " << s.ms;
+        EXPECT_GT(rig.clock.pendingDeadlines(), 0u) << "the ring keeps stepping at " << s.ms;
     }
     EXPECT_GT(Theme::easeOut(0.5), 0.5);
 }
@@ -304,6 +305,46 @@ TEST(RecordButtonTest, GlowAndRingLightThePanelBeyondTheWidget) {
     const QColor ring = rig.host.painted().pixelColor(rig.host.at(*rig.button, onRing));
     EXPECT_GT(ring.red(), ring.green() + 40);
     EXPECT_GT(ring.alpha(), 40);
+}
+
+TEST(RecordButtonTest, TheGlowFollowsTheKeyWhereverItGoes) {
+    // Whether red light falls 6 points left of the key, and the lit margin sits centred on it.
+    const auto followed = [](test::Host& host, RecordButton& button) {
+        const QRectF key = button.keyRect();
+        const QPointF point(key.left() - 6, key.center().y() + 2);
+        const bool lit = host.painted().pixelColor(host.at(button, point)).alpha() > 0;
+        for (const QWidget* sibling : host.surface.findChildren<QWidget*>()) {
+            if (sibling != &button && sibling->geometry().center() != button.geometry().center()) {
+                return false;
+            }
+        }
+        return lit;
+    };
+    Rig rig;
+    EXPECT_TRUE(followed(rig.host, *rig.button));
+    struct Step {
+        const char* what;
+        std::function<void(RecordButton&)> act;
+        bool lit;
+    };
+    const std::vector<Step> steps = {
+        {"moved", [](RecordButton& b) { b.move(b.pos() + QPoint(10, 5)); }, true},
+        {"resized", [](RecordButton& b) { b.resize(b.size() + QSize(20, 0)); }, true},
+        {"hidden", [](RecordButton& b) { b.hide(); }, false},
+        {"shown", [](RecordButton& b) { b.show(); }, true},
+    };
+    for (const auto& step : steps) {
+        step.act(*rig.button);
+        EXPECT_EQ(followed(rig.host, *rig.button), step.lit) << step.what;
+    }
+
+    // Another parent: the light goes with the key, and goes when the key does.
+    test::Host other{90};
+    other.hold(rig.button);
+    EXPECT_TRUE(followed(other, *rig.button));
+    EXPECT_TRUE(rig.host.surface.findChildren<QWidget*>().isEmpty());
+    delete rig.button;
+    EXPECT_TRUE(other.surface.findChildren<QWidget*>().isEmpty());
 }
 
 }  // namespace

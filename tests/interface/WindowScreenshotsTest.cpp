@@ -42,6 +42,24 @@ QImage shoot(QWidget& window, const char* name) {
     return picture;
 }
 
+// Counts Qt's complaints of a painter begun on a device another painter holds: a paint nested in
+// a paint, which draws nothing where it should.
+struct NestedPaintWatch {
+    static inline int count = 0;
+    static inline QtMessageHandler previous = nullptr;
+    NestedPaintWatch() {
+        count = 0;
+        previous = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+                if (message.contains(QLatin1String("QPainter::begin"))) {
+                    ++count;
+                }
+                previous(type, context, message);
+            });
+    }
+    ~NestedPaintWatch() { qInstallMessageHandler(previous); }
+};
+
 QColor at(const QImage& image, QWidget& widget, QPointF local) {
     return image.pixelColor((widget.mapTo(widget.window(), local) * kScale).toPoint());
 }
@@ -54,6 +72,7 @@ public:
 };
 
 TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
+    NestedPaintWatch nested;
     QTemporaryDir dir;
     QSettings defaults(dir.filePath("defaults.ini"), QSettings::IniFormat);
     ManualConsoleClock clock;
@@ -86,9 +105,11 @@ TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
     clock.advance(1200ms);
     shoot(view, "onboarding-permission-denied.png");
     EXPECT_TRUE(view.openSettingsButton()->isVisible());
+    EXPECT_EQ(nested.count, 0);
 }
 
 TEST(WindowScreenshotsTest, HelpSettingsAndUpdateDialog) {
+    NestedPaintWatch nested;
     HelpView help;
     shoot(help, "help.png");
 
@@ -110,6 +131,7 @@ TEST(WindowScreenshotsTest, HelpSettingsAndUpdateDialog) {
     UpdateDialog dialog({UpdateCheckResult::Outcome::updateAvailable, release,
                          "Brightwave Record 0.2 is available; you have 0.1.0."});
     shoot(dialog, "update-dialog.png");
+    EXPECT_EQ(nested.count, 0);
 }
 
 }  // namespace
