@@ -1,6 +1,8 @@
 #include "interface/ConsoleClock.h"
 
 #include <QTimer>
+#include <QWidget>
+#include <QWindow>
 #include <algorithm>
 
 namespace bw {
@@ -46,6 +48,14 @@ private:
 };
 
 }  // namespace
+
+bool ConsoleClock::isSeen(const QWidget* widget) {
+    if (!widget->isVisible()) {
+        return false;
+    }
+    const QWindow* window = widget->window()->windowHandle();
+    return window != nullptr && window->isExposed();
+}
 
 ConsoleClock* ConsoleClock::system() {
     static auto* clock = new SystemConsoleClock;

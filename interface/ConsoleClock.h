@@ -4,6 +4,8 @@
 #include <chrono>
 #include <functional>
 
+class QWidget;
+
 namespace bw {
 
 /// The time base of the console's motion: springs, the record key's pulse, the digit roll and
@@ -32,6 +34,11 @@ public:
     /// been destroyed by then. There is no cancel: a caller that moves its deadline checks it again
     /// when the old one fires.
     virtual void callAt(Duration deadline, QObject* context, std::function<void()> action) = 0;
+
+    /// Whether motion on `widget` can be seen now: it is visible and its window is on screen
+    /// (not hidden, minimised away or unmapped). Motion nobody sees need not be stepped; the
+    /// window's repaint when it returns is the moment to start again.
+    static bool isSeen(const QWidget* widget);
 
 signals:
     /// One animation frame: every animated widget advances to `now()` and repaints.

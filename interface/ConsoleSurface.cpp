@@ -1,6 +1,7 @@
 #include "interface/ConsoleSurface.h"
 
 #include <QLinearGradient>
+#include <QPaintEvent>
 #include <QPainter>
 
 #include "interface/GrainOverlay.h"
@@ -18,7 +19,7 @@ ConsoleSurface::ConsoleSurface(QWidget* parent, GrainTextureCache* cache)
     });
 }
 
-void ConsoleSurface::paintEvent(QPaintEvent*) {
+void ConsoleSurface::paintEvent(QPaintEvent* event) {
     // Measuring here follows every resize and every move to a screen of another scale.
     const qreal ratio = devicePixelRatioF();
     grain_->updateSize(QSizeF(size()), ratio);
@@ -40,8 +41,13 @@ void ConsoleSurface::paintEvent(QPaintEvent*) {
                          QColor::fromRgbF(0, 0, 0, 0.5f));
         pictureStale_ = false;
     }
+    // Only the exposed rectangles: a whole-panel blit clipped small still costs the raster engine
+    // a pass over the panel (and a hand-off to its threads) for every meter step.
     QPainter painter(this);
-    painter.drawPixmap(QPointF(0, 0), picture_);
+    for (const QRect& exposed : event->region()) {
+        const QRectF source(QPointF(exposed.topLeft()) * ratio, QSizeF(exposed.size()) * ratio);
+        painter.drawPixmap(QRectF(exposed), picture_, source);
+    }
 }
 
 }  // namespace bw

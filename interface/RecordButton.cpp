@@ -182,6 +182,11 @@ void RecordButton::stepRing() {
     if (!pulsing_) {
         return;
     }
+    if (!ConsoleClock::isSeen(this)) {
+        ringParked_ = true;  // the window's repaint on its return steps it again
+        return;
+    }
+    ringParked_ = false;
     const double radius = keyDiameter / 2 * pulseScale();
     const long drawnRadius = quarterPoints(radius);
     const long drawnAlpha = std::lround(pulseOpacity() * 255.0);
@@ -308,6 +313,13 @@ void RecordButton::paintUnderlay(QPainter& painter) const {
 }
 
 void RecordButton::paintEvent(QPaintEvent*) {
+    if (ringParked_ && !ringStepScheduled_) {
+        ringStepScheduled_ = true;
+        clock_->callAt(clock_->now(), this, [this] {
+            ringStepScheduled_ = false;
+            stepRing();
+        });
+    }
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     applyPressScale(painter);

@@ -19,9 +19,9 @@ class GlowUnderlay;
 /// values count only while recording. With `reduceMotion` the ring is gone, the glow and the
 /// glyph's spring stay. The widget is the key-and-caption column, all of it pressable; the glow
 /// and the ring light the panel around it without taking room (`GlowUnderlay`). The ring moves
-/// at most `ringFramesPerSecond` times a second and repaints only the band it sweeps; the glow
-/// repaints only when its drawn size changes. The object name is "recordButton". Motion runs
-/// on the widget's `ConsoleClock`. GUI thread only.
+/// at most `ringFramesPerSecond` times a second and repaints only the band it sweeps, and not at
+/// all while the key can't be seen; the glow repaints only when its drawn size changes. The object
+/// name is "recordButton". Motion runs on the widget's `ConsoleClock`. GUI thread only.
 class RecordButton : public QAbstractButton {
     Q_OBJECT
     Q_PROPERTY(bool recording READ isRecording WRITE setRecording)
@@ -114,6 +114,8 @@ private:
     ConsoleClock::Duration pulseStart_{};
     ConsoleClock::Duration lastFrame_{};
     bool ringStepScheduled_ = false;
+    // Pulsing while nobody could see it: no steps until the next paint.
+    bool ringParked_ = false;
     // The ring as last asked to be drawn: radius in quarter points, opacity in 255ths.
     long drawnRingRadius_ = 0;
     long drawnRingAlpha_ = 0;

@@ -71,9 +71,12 @@ void TimecodeLCDView::setFormattedElapsed(const QString& text) {
     const bool widthChanges = text.size() != formatted_.size();
     previous_ = formatted_;
     formatted_ = text;
-    rolling_ = true;
+    // A roll nobody sees would only spend frames; the digits simply stand in place.
+    rolling_ = ConsoleClock::isSeen(this);
     rollStart_ = clock_->now();
-    clock_->requestFrame();
+    if (rolling_) {
+        clock_->requestFrame();
+    }
     if (widthChanges) {
         updateGeometry();
     }

@@ -13,7 +13,8 @@ namespace bw {
 class GlowUnderlay;
 
 /// The amber elapsed-time display: one line of timecode digits, lit and glowing while
-/// recording, a dim unlit LCD otherwise. Digits that change roll upwards into place.
+/// recording, a dim unlit LCD otherwise. Digits that change roll upwards into place where the
+/// line can be seen; unseen, they simply change.
 ///
 /// The caller gives both text forms of the elapsed time (long, "0:12:34", shown; compact,
 /// "12:34", spoken) and whether a recording runs; before any recording they are the zero texts.

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QMouseEvent>
 #include <QSignalSpy>
+#include <QTest>
 #include <functional>
 
 #include "interface/ManualConsoleClock.h"
@@ -123,6 +124,8 @@ TEST(RecordButtonTest, PulseRingExistsWhileRecordingWithoutReducedMotion) {
 
 TEST(RecordButtonTest, RingLeavesTheEdgeAndFadesOnceEveryPeriod) {
     Rig rig;
+    rig.host.surface.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&rig.host.surface));
     rig.button->setRecording(true);
     struct Sample {
         int ms;
@@ -147,6 +150,16 @@ TEST(RecordButtonTest, RingLeavesTheEdgeAndFadesOnceEveryPeriod) {
         EXPECT_GT(rig.clock.pendingDeadlines(), 0u) << "the ring keeps stepping at " << s.ms;
     }
     EXPECT_GT(Theme::easeOut(0.5), 0.5);
+
+    // Hidden, the ring stops stepping; the window's repaint on its return starts it again.
+    rig.host.surface.hide();
+    rig.clock.advance(milliseconds(100));
+    EXPECT_EQ(rig.clock.pendingDeadlines(), 0u);
+    rig.host.surface.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&rig.host.surface));
+    rig.host.painted();
+    rig.clock.advance(milliseconds(100));
+    EXPECT_GT(rig.clock.pendingDeadlines(), 0u);
 }
 
 TEST(RecordButtonTest, GlyphSpringsBetweenRingAndSquare) {

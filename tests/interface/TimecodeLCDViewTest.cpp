@@ -3,6 +3,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QFontMetricsF>
+#include <QTest>
 #include <cmath>
 
 #include "interface/ManualConsoleClock.h"
@@ -126,6 +127,13 @@ TEST(TimecodeLCDViewTest, ChangedDigitsRollUpIntoPlace) {
     TimecodeLCDView lcd;
     lcd.setClock(&clock);
     lcd.resize(lcd.sizeHint());
+    // Hidden, a new text stands in place at once: nobody would see the roll.
+    lcd.setFormattedElapsed("0:00:09");
+    EXPECT_EQ(lcd.rollProgress(), 1.0);
+    EXPECT_FALSE(clock.framePending());
+    lcd.setFormattedElapsed("0:00:00");
+    lcd.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&lcd));
     const QImage before = test::paintedAlone(lcd);
 
     lcd.setFormattedElapsed("0:00:01");  // a new text rolls, the same one again doesn't restart
