@@ -11,8 +11,9 @@ namespace bw {
 
 /// The desktop entries installed for the user.
 ///
-/// Thread: every member may be called from any thread and calls may overlap. Each call reads the
-/// entries afresh: it blocks on file reads and allocates.
+/// Thread: every member may be called from any thread and calls may overlap. Each call answers for
+/// the files as they are (an implementation may keep what it read and read again only what
+/// changed): it may block on file reads, and allocates.
 class DesktopEntryIndex {
 public:
     virtual ~DesktopEntryIndex() = default;

@@ -10,8 +10,9 @@ namespace bw {
 
 /// The system's processes, read on demand.
 ///
-/// Thread: every member may be called from any thread and calls may overlap. Each call reads the
-/// system afresh: it blocks briefly on file reads and allocates.
+/// Thread: every member may be called from any thread and calls may overlap. Each call answers for
+/// the system as it is now (an implementation may keep what can't have changed since it last read
+/// it): it blocks briefly on file reads and allocates.
 class ProcessTable {
 public:
     virtual ~ProcessTable() = default;

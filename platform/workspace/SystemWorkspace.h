@@ -21,11 +21,12 @@ namespace bw {
 /// entry in its process tree is the application; processes below it with the same entry are its
 /// helpers.
 ///
-/// Each call takes one fresh look: `runningApplications` reads every process and the entries once;
-/// the per-process calls read the process, its ancestors and the entries.
+/// Each call takes one look: `runningApplications` asks for every process and the entries once; the
+/// per-process calls ask for the process, its ancestors and the entries. The real table and index
+/// keep what they read and read again only what may have changed.
 ///
 /// Thread: as `Workspace`, provided the injected table and index are safe to share; the object
-/// holds no mutable state.
+/// itself holds no mutable state.
 class SystemWorkspace final : public Workspace {
 public:
     static constexpr const char* kDefaultBundleID = "com.tallowfields.BrightwaveRecord";

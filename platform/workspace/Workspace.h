@@ -12,8 +12,8 @@ namespace bw {
 /// The desktop's view of running programs: applications, the process responsible for a process,
 /// and process names.
 ///
-/// Thread: every member may be called from any thread and calls may overlap; each call reads the
-/// system afresh (may block briefly on /proc and the desktop entry files; allocates).
+/// Thread: every member may be called from any thread and calls may overlap; each call answers for
+/// the system as it is now (may block briefly on /proc and the desktop entry files; allocates).
 class Workspace {
 public:
     virtual ~Workspace() = default;

@@ -1,6 +1,7 @@
 #include "platform/workspace/ProcFsProcessTable.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -109,6 +110,126 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"StatParentNotANumber", {{"stat", "42 (a) S x1 1\n"}}, nullptr, std::nullopt}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// ---- Looking again: what is kept and what is read anew ----------------------------------------
+
+// One run of a program as the fake tree shows it, with all of the kernel's stat fields. `layout`
+// stands for the addresses that an exec() renews; 0 when the kernel hides them from us.
+struct Run {
+    std::string comm = "player";
+    char state = 'S';
+    std::int32_t parent = 7;
+    std::uint64_t start = 100;  // clock ticks after boot: long ago
+    std::uint64_t layout = 0x5000;
+    std::string commandLine = "player\0--a\0"s;
+    std::string cgroup = "0::/app-a.scope\n";
+    const char* exe = "/usr/bin/player";
+};
+
+std::uint64_t ticksNow() {
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::uint64_t(now.tv_sec) * std::uint64_t(::sysconf(_SC_CLK_TCK));
+}
+
+void plant(const std::filesystem::path& root, const Run& run) {
+    std::filesystem::path directory = root / std::to_string(kPID);
+    std::filesystem::remove_all(directory);
+    std::string stat = std::to_string(kPID) + " (" + run.comm + ") " + run.state + " " +
+                       std::to_string(run.parent) + " 1 1 0 -1 0";
+    for (int field = 10; field <= 52; ++field) {
+        const std::uint64_t value = field == 22                  ? run.start
+                                    : field == 26 || field == 28 ? run.layout
+                                    : field == 48 || field == 49 ? run.layout + field
+                                                                 : 0;
+        stat += " " + std::to_string(value);
+    }
+    writeFile(directory / "stat", stat + "\n");
+    writeFile(directory / "comm", run.comm + "\n");
+    writeFile(directory / "cmdline", run.commandLine);
+    writeFile(directory / "cgroup", run.cgroup);
+    if (run.exe != nullptr) {
+        std::filesystem::create_symlink(run.exe, directory / "exe");
+    }
+}
+
+struct LookAgainCase {
+    const char* name;
+    Run first;
+    Run second;
+    bool unlistedBetween;
+    ProcessRecord expected;
+};
+
+void PrintTo(const LookAgainCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class LookAgainTest : public ::testing::TestWithParam<LookAgainCase> {};
+
+TEST_P(LookAgainTest, ServesNothingStale) {
+    const LookAgainCase& c = GetParam();
+    TemporaryDirectory root;
+    ProcFsProcessTable table(root.path());
+    plant(root.path(), c.first);
+    ASSERT_TRUE(table.process(kPID));
+    if (c.unlistedBetween) {
+        std::filesystem::remove_all(root.path() / std::to_string(kPID));
+        EXPECT_TRUE(table.pids().empty());
+    }
+    plant(root.path(), c.second);
+    EXPECT_EQ(table.process(kPID), c.expected);
+}
+
+const std::string kOther = "other\0--b\0"s;
+
+INSTANTIATE_TEST_SUITE_P(
+    FakeTree, LookAgainTest,
+    ::testing::Values(
+        // Only an ended parent changes; the rest can't have changed and is not read again.
+        LookAgainCase{"ReparentedKeepsTheRest",
+                      {},
+                      {.parent = 9, .commandLine = kOther, .cgroup = "0::/b\n", .exe = "/bin/o"},
+                      false,
+                      record(9, "player", "/usr/bin/player", {"player", "--a"}, "/app-a.scope")},
+        LookAgainCase{"PidReused",
+                      {},
+                      {.start = 101, .commandLine = kOther, .cgroup = "0::/b\n", .exe = "/bin/o"},
+                      false,
+                      record(7, "player", "/bin/o", {"other", "--b"}, "/b")},
+        LookAgainCase{"ExecKeepingItsName",
+                      {},
+                      {.layout = 0x9000, .commandLine = kOther, .exe = "/bin/o"},
+                      false,
+                      record(7, "player", "/bin/o", {"other", "--b"}, "/app-a.scope")},
+        LookAgainCase{"ExecRenamed",
+                      {},
+                      {.comm = "other", .commandLine = kOther, .exe = "/bin/o"},
+                      false,
+                      record(7, "other", "/bin/o", {"other", "--b"}, "/app-a.scope")},
+        LookAgainCase{"Ended",
+                      {},
+                      {.state = 'Z', .layout = 0, .commandLine = "", .exe = nullptr},
+                      false,
+                      record(7, "player", "", {}, "/app-a.scope")},
+        // Another user's process: its exec() can't be seen, so its arguments are read each time.
+        LookAgainCase{"HiddenLayoutRereadsArguments",
+                      {.layout = 0, .exe = nullptr},
+                      {.layout = 0, .commandLine = kOther, .exe = nullptr},
+                      false,
+                      record(7, "player", "", {"other", "--b"}, "/app-a.scope")},
+        // A launcher may still be moving a new process into its unit.
+        LookAgainCase{"NewProcessRereadsCgroup",
+                      {.start = ticksNow()},
+                      {.start = ticksNow(), .cgroup = "0::/app-b.scope\n"},
+                      false,
+                      record(7, "player", "/usr/bin/player", {"player", "--a"}, "/app-b.scope")},
+        LookAgainCase{"ForgottenOnceUnlisted",
+                      {},
+                      {.commandLine = kOther, .exe = "/bin/o"},
+                      true,
+                      record(7, "player", "/bin/o", {"other", "--b"}, "/app-a.scope")}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 TEST(ProcFsProcessTableTest, MissingAndImpossibleProcessesReadAsNothing) {
     TemporaryDirectory root;
     std::filesystem::create_directories(root.path() / "5");  // listed, then gone: an empty folder
@@ -171,6 +292,26 @@ TEST(ProcFsProcessTableTest, FindsOwnChildByNameParentAndProgram) {
     EXPECT_EQ(table.process(pid), std::nullopt);
     pids = table.pids();
     EXPECT_FALSE(std::binary_search(pids.begin(), pids.end(), pid));
+}
+
+// Same name before and after: only the new program and arguments tell.
+TEST(ProcFsProcessTableTest, SeesAnExecThatKeepsTheName) {
+    TemporaryDirectory directory;
+    const std::string first = copyProgram("/bin/sh", directory.path() / "a" / "bw-shell").string();
+    const std::string second = copyProgram("/bin/sh", directory.path() / "b" / "bw-shell").string();
+    const std::string go = (directory.path() / "go").string();
+    ChildProcess child({first, "-c",
+                        "while [ ! -e '" + go + "' ]; do sleep 0.01; done; exec '" + second +
+                            "' -c 'while :; do sleep 1; done'"});
+    ProcFsProcessTable table;
+    auto runs = [&](const std::string& program) {
+        auto found = table.process(child.pid());
+        return found && found->executable == program && !found->commandLine.empty() &&
+               found->commandLine[0] == program;
+    };
+    ASSERT_TRUE(waitUntil([&] { return runs(first); }));
+    writeFile(go, "");
+    EXPECT_TRUE(waitUntil([&] { return runs(second); }));
 }
 
 TEST(ProcFsProcessTableTest, ProcessesEndingWhileReadAreWholeOrNothing) {

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -75,7 +77,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Entries read through GIO -------------------------------------------------------------------
 
-// GIO reads the XDG variables once, at its first use: they are set before any test runs.
+namespace fs = std::filesystem;
+
+// GLib reads the XDG variables once, at its first use: they are set before any test runs. The
+// second system folder has no applications folder yet.
 class DesktopDataEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
@@ -106,14 +111,17 @@ public:
         writeFile(system / "org.example.SystemOnly.desktop",
                   entry("Name=System Only\nIcon=/usr/share/pixmaps/so.png\n"));
         ::setenv("XDG_DATA_HOME", (root / "home").c_str(), 1);
-        ::setenv("XDG_DATA_DIRS", (root / "system").c_str(), 1);
+        ::setenv("XDG_DATA_DIRS",
+                 (root / "system").string().append(":").append(root / "late").c_str(), 1);
         ::setenv("LANGUAGE", "de", 1);
     }
 
     void TearDown() override { root_.reset(); }
 
+    static const fs::path& root() { return root_->path(); }
+
 private:
-    std::unique_ptr<TemporaryDirectory> root_;
+    static inline std::unique_ptr<TemporaryDirectory> root_;
 };
 
 const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new DesktopDataEnvironment);
@@ -163,6 +171,144 @@ TEST(XdgDesktopEntryIndexTest, OverlappingCallsFromManyThreadsAgree) {
     }
     EXPECT_EQ(mismatches, std::vector<int>(mismatches.size(), 0));
 }
+
+// ---- Following changes --------------------------------------------------------------------------
+
+// An entry running the tools that the environment installed.
+std::string entryText(const std::string& name, const std::string& extra = "") {
+    const fs::path& root = DesktopDataEnvironment::root();
+    return "[Desktop Entry]\nType=Application\nName=" + name +
+           "\nExec=" + (root / "bin" / "bw-tool").string() + " %U\n" + extra;
+}
+
+DesktopEntry toolEntry(const std::string& id, const std::string& name,
+                       std::vector<std::string> executables = {"bw-tool"}) {
+    return {id, name, "", true, std::move(executables)};
+}
+
+struct ChangeCase {
+    const char* name;
+    std::function<void(const fs::path& root)> before;
+    std::function<void(const fs::path& root)> change;
+    const char* id;
+    std::optional<DesktopEntry> expectedBefore;
+    std::optional<DesktopEntry> expectedAfter;
+};
+
+void PrintTo(const ChangeCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class ChangeTest : public ::testing::TestWithParam<ChangeCase> {};
+
+TEST_P(ChangeTest, AnIndexInUseSeesTheChange) {
+    const ChangeCase& c = GetParam();
+    const fs::path& root = DesktopDataEnvironment::root();
+    // The other tests expect the environment as it was: whatever the case adds goes again.
+    std::set<fs::path> original;
+    for (const auto& item : fs::recursive_directory_iterator(root)) {
+        original.insert(item.path());
+    }
+    struct Restore {
+        const fs::path& root;
+        const std::set<fs::path>& original;
+        ~Restore() {
+            std::vector<fs::path> added;
+            for (const auto& item : fs::recursive_directory_iterator(root)) {
+                if (!original.contains(item.path())) {
+                    added.push_back(item.path());
+                }
+            }
+            std::error_code ignored;
+            for (const fs::path& path : added) {
+                fs::remove_all(path, ignored);
+            }
+        }
+    } restore{root, original};
+
+    if (c.before) {
+        c.before(root);
+    }
+    XdgDesktopEntryIndex index;
+    ASSERT_EQ(index.entry(c.id), c.expectedBefore);
+    c.change(root);
+    auto listed = [&] {
+        auto entries = index.entries();
+        auto found = std::find_if(entries.begin(), entries.end(),
+                                  [&](const DesktopEntry& entry) { return entry.id == c.id; });
+        return found == entries.end() ? std::nullopt : std::optional(*found);
+    };
+    EXPECT_TRUE(waitUntil([&] { return listed() == c.expectedAfter; })) << c.id;
+    EXPECT_EQ(index.entry(c.id), c.expectedAfter);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ChangeTest,
+    ::testing::Values(
+        ChangeCase{"Added", nullptr,
+                   [](const fs::path& root) {
+                       writeFile(root / "home/applications/org.example.Added.desktop",
+                                 entryText("Added"));
+                   },
+                   "org.example.Added", std::nullopt, toolEntry("org.example.Added", "Added")},
+        // Same file, same size: only its time stamps or the event tell.
+        ChangeCase{"RewrittenInPlace",
+                   [](const fs::path& root) {
+                       writeFile(root / "home/applications/org.example.Rewritten.desktop",
+                                 entryText("Old"));
+                   },
+                   [](const fs::path& root) {
+                       writeFile(root / "home/applications/org.example.Rewritten.desktop",
+                                 entryText("New"));
+                   },
+                   "org.example.Rewritten", toolEntry("org.example.Rewritten", "Old"),
+                   toolEntry("org.example.Rewritten", "New")},
+        ChangeCase{"Removed",
+                   [](const fs::path& root) {
+                       writeFile(root / "home/applications/org.example.Removed.desktop",
+                                 entryText("Removed"));
+                   },
+                   [](const fs::path& root) {
+                       fs::remove(root / "home/applications/org.example.Removed.desktop");
+                   },
+                   "org.example.Removed", toolEntry("org.example.Removed", "Removed"),
+                   std::nullopt},
+        ChangeCase{"InANewSubfolder", nullptr,
+                   [](const fs::path& root) {
+                       writeFile(root / "home/applications/newvendor/app.desktop",
+                                 entryText("Vendor App"));
+                   },
+                   "newvendor-app", std::nullopt, toolEntry("newvendor-app", "Vendor App")},
+        ChangeCase{"InAFolderMadeLater", nullptr,
+                   [](const fs::path& root) {
+                       writeFile(root / "late/applications/org.example.Late.desktop",
+                                 entryText("Late"));
+                   },
+                   "org.example.Late", std::nullopt, toolEntry("org.example.Late", "Late")},
+        ChangeCase{"UserCopyRemovedUncoversTheSystems",
+                   [](const fs::path& root) {
+                       writeFile(root / "system/applications/org.example.Both.desktop",
+                                 entryText("System"));
+                       writeFile(root / "home/applications/org.example.Both.desktop",
+                                 entryText("User"));
+                   },
+                   [](const fs::path& root) {
+                       fs::remove(root / "home/applications/org.example.Both.desktop");
+                   },
+                   "org.example.Both", toolEntry("org.example.Both", "User"),
+                   toolEntry("org.example.Both", "System")},
+        // GIO leaves out an entry whose TryExec program is missing, until it is installed.
+        ChangeCase{
+            "ProgramInstalledLater",
+            [](const fs::path& root) {
+                writeFile(
+                    root / "home/applications/org.example.Later.desktop",
+                    entryText("Later", "TryExec=" + (root / "later/bin/bw-later").string() + "\n"));
+            },
+            [](const fs::path& root) { copyProgram("/bin/true", root / "later/bin/bw-later"); },
+            "org.example.Later", std::nullopt,
+            toolEntry("org.example.Later", "Later", {"bw-tool", "bw-later"})}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace bw::test
