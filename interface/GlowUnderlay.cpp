@@ -39,10 +39,6 @@ void GlowUnderlay::updateOwnerRect(const QRectF& rect) {
     update(rect.translated(margin(), margin()).toAlignedRect());
 }
 
-void GlowUnderlay::updateOwnerRegion(const QRegion& region) {
-    update(region.translated(margin(), margin()));
-}
-
 void GlowUnderlay::follow() {
     if (!owner_) {
         return;

@@ -30,8 +30,6 @@ public:
 
     /// Repaints `rect` of the owner's coordinates (within the lit margin).
     void updateOwnerRect(const QRectF& rect);
-    /// Repaints `region` of the owner's coordinates (within the lit margin).
-    void updateOwnerRegion(const QRegion& region);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

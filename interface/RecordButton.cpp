@@ -5,10 +5,8 @@
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QRegion>
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "interface/GlowUnderlay.h"
 #include "interface/SoftShadow.h"
@@ -194,19 +192,14 @@ void RecordButton::stepRing() {
         if (press_.value() != 1.0) {
             underlay_->update();  // scaled by the press: simply all of it
         } else {
-            // The band between the old and new ring, less the key's middle no ring reaches.
+            // One rectangle around the old and new ring: a plain rectangular clip keeps Qt's
+            // raster engine on its direct copies, where a ring-shaped region would send every
+            // layer through span blending.
             const double old = drawnRingRadius_ / 4.0;
-            const double spread = kRingWidth * (1 + kRingGrowth) + 1.0;
-            const double outer = std::max(old, radius) + spread;
-            const double inner = (std::min(old, radius) - spread) / std::numbers::sqrt2;
+            const double outer = std::max(old, radius) + kRingWidth * (1 + kRingGrowth) + 1.0;
             const QPointF center = keyRect().center();
-            QRegion band(QRectF(center.x() - outer, center.y() - outer, 2 * outer, 2 * outer)
-                             .toAlignedRect());
-            if (inner > 0) {
-                band -= QRegion(
-                    QRectF(center.x() - inner, center.y() - inner, 2 * inner, 2 * inner).toRect());
-            }
-            underlay_->updateOwnerRegion(band);
+            underlay_->updateOwnerRect(
+                QRectF(center.x() - outer, center.y() - outer, 2 * outer, 2 * outer));
         }
         drawnRingRadius_ = drawnRadius;
         drawnRingAlpha_ = drawnAlpha;
@@ -321,6 +314,31 @@ void RecordButton::paintEvent(QPaintEvent*) {
         });
     }
     QPainter painter(this);
+    if (glyph_.isMoving() || press_.isMoving()) {
+        paintKey(painter);
+        return;
+    }
+    // Settled, the key is the same picture frame after frame while the ring and glow move
+    // around it; it is drawn again only when its looks change.
+    const KeyLooks looks{glyphProgress(),
+                         press_.value(),
+                         keyboardFocus_ && hasFocus(),
+                         text(),
+                         Theme::secondary(palette()),
+                         devicePixelRatioF(),
+                         size()};
+    if (keyPicture_.isNull() || !(looks == keyLooks_)) {
+        keyPicture_ = QPixmap(size() * devicePixelRatioF());
+        keyPicture_.setDevicePixelRatio(devicePixelRatioF());
+        keyPicture_.fill(Qt::transparent);
+        QPainter picture(&keyPicture_);
+        paintKey(picture);
+        keyLooks_ = looks;
+    }
+    painter.drawPixmap(QPointF(0, 0), keyPicture_);
+}
+
+void RecordButton::paintKey(QPainter& painter) const {
     painter.setRenderHint(QPainter::Antialiasing);
     applyPressScale(painter);
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QColor>
+#include <QPixmap>
 
 #include "interface/ConsoleClock.h"
 #include "interface/SpringAnimation.h"
@@ -98,6 +100,7 @@ private:
     void stepRing();
     QRectF glowRect(double radius) const;
     void paintUnderlay(QPainter& painter) const;
+    void paintKey(QPainter& painter) const;
     void applyPressScale(QPainter& painter) const;
     void updateOverhang();
 
@@ -122,6 +125,19 @@ private:
     // The glow's blur as last asked to be drawn, in half points.
     long drawnGlow_ = 0;
     GlowUnderlay* underlay_;
+    // What the kept picture of the settled key was drawn with.
+    struct KeyLooks {
+        double glyph = -1;
+        double press = 0;
+        bool focusRing = false;
+        QString caption;
+        QColor captionColor;
+        qreal ratio = 0;
+        QSize size;
+        bool operator==(const KeyLooks&) const = default;
+    };
+    KeyLooks keyLooks_;
+    QPixmap keyPicture_;
 };
 
 }  // namespace bw
