@@ -295,14 +295,38 @@ void RecordButton::paintUnderlay(QPainter& painter) const {
     const QPointF center = keyRect().center();
     const double radius = keyDiameter / 2;
     if (pulseRingVisible()) {
-        const double ringScale = pulseScale();
-        painter.setPen(QPen(Theme::withOpacity(Theme::signalRed(), 0.55 * pulseOpacity()),
-                            kRingWidth * ringScale));
-        painter.setBrush(Qt::NoBrush);
-        painter.drawEllipse(center, radius * ringScale, radius * ringScale);
+        const QImage& ring =
+            ringImage(quarterPoints(radius * pulseScale()), painter.device()->devicePixelRatioF());
+        const double half = ring.width() / ring.devicePixelRatio() / 2.0;
+        painter.setOpacity(0.55 * pulseOpacity());
+        painter.drawImage(QPointF(center.x() - half, center.y() - half), ring);
+        painter.setOpacity(1.0);
     }
     SoftShadow::paintDisc(painter, center + QPointF(0, kGlowOffsetY), radius, glowRadius(),
                           Theme::withOpacity(Theme::signalRed(), glowOpacity()));
+}
+
+const QImage& RecordButton::ringImage(long quarterRadius, qreal ratio) const {
+    if (ratio != ringRatio_) {
+        rings_.clear();
+        ringRatio_ = ratio;
+    }
+    QImage& ring = rings_[quarterRadius];
+    if (ring.isNull()) {
+        const double radius = quarterRadius / 4.0;
+        const double width = kRingWidth * radius / (keyDiameter / 2);
+        const double half = radius + width / 2 + 1.0;
+        const int pixels = static_cast<int>(std::ceil(2 * half * ratio));
+        ring = QImage(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+        ring.setDevicePixelRatio(ratio);
+        ring.fill(Qt::transparent);
+        QPainter painter(&ring);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(Theme::signalRed(), width));
+        const double middle = pixels / ratio / 2.0;
+        painter.drawEllipse(QPointF(middle, middle), radius, radius);
+    }
+    return ring;
 }
 
 void RecordButton::paintEvent(QPaintEvent*) {
