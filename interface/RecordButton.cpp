@@ -153,6 +153,11 @@ void RecordButton::setLevel(float level) {
         drawnGlow_ = halfPoints(now);
         underlay_->updateOwnerRect(glowRect(std::max(before, now)));
     }
+    // The level's repaint carries a ring step too, so the two share one frame on screen; the
+    // ring's own steps fill in between.
+    if (pulsing_ && !ringParked_) {
+        stepRing();
+    }
 }
 
 void RecordButton::updateTexts() {
@@ -204,15 +209,17 @@ void RecordButton::stepRing() {
         drawnRingRadius_ = drawnRadius;
         drawnRingAlpha_ = drawnAlpha;
     }
-    if (!ringStepScheduled_) {
-        ringStepScheduled_ = true;
-        const auto next =
-            clock_->now() + std::chrono::nanoseconds(1'000'000'000 / ringFramesPerSecond);
-        clock_->callAt(next, this, [this] {
-            ringStepScheduled_ = false;
+    scheduleRingStep(clock_->now() + std::chrono::nanoseconds(1'000'000'000 / ringFramesPerSecond));
+}
+
+void RecordButton::scheduleRingStep(ConsoleClock::Duration deadline) {
+    // A newer schedule replaces the older one, whose deadline then passes doing nothing.
+    const auto generation = ++ringGeneration_;
+    clock_->callAt(deadline, this, [this, generation] {
+        if (generation == ringGeneration_) {
             stepRing();
-        });
-    }
+        }
+    });
 }
 
 void RecordButton::setPressed(bool pressed) {
@@ -330,12 +337,9 @@ const QImage& RecordButton::ringImage(long quarterRadius, qreal ratio) const {
 }
 
 void RecordButton::paintEvent(QPaintEvent*) {
-    if (ringParked_ && !ringStepScheduled_) {
-        ringStepScheduled_ = true;
-        clock_->callAt(clock_->now(), this, [this] {
-            ringStepScheduled_ = false;
-            stepRing();
-        });
+    if (ringParked_) {
+        ringParked_ = false;
+        scheduleRingStep(clock_->now());
     }
     QPainter painter(this);
     if (glyph_.isMoving() || press_.isMoving()) {

@@ -4,6 +4,7 @@
 #include <QColor>
 #include <QImage>
 #include <QPixmap>
+#include <cstdint>
 #include <map>
 
 #include "interface/ConsoleClock.h"
@@ -23,9 +24,10 @@ class GlowUnderlay;
 /// values count only while recording. With `reduceMotion` the ring is gone, the glow and the
 /// glyph's spring stay. The widget is the key-and-caption column, all of it pressable; the glow
 /// and the ring light the panel around it without taking room (`GlowUnderlay`). The ring moves
-/// at most `ringFramesPerSecond` times a second and repaints only the band it sweeps, and not at
-/// all while the key can't be seen; the glow repaints only when its drawn size changes. The object
-/// name is "recordButton". Motion runs on the widget's `ConsoleClock`. GUI thread only.
+/// about `ringFramesPerSecond` times a second (a level's repaint takes a step along, the ring's
+/// own timer fills in between), repaints only the rectangle it sweeps, and stands still while
+/// the key can't be seen; the glow repaints only when its drawn size changes. The object name is
+/// "recordButton". Motion runs on the widget's `ConsoleClock`. GUI thread only.
 class RecordButton : public QAbstractButton {
     Q_OBJECT
     Q_PROPERTY(bool recording READ isRecording WRITE setRecording)
@@ -35,7 +37,7 @@ public:
     static constexpr double keyDiameter = 64.0;
     static constexpr double captionSpacing = 5.0;
     static constexpr double pressedScale = 0.94;
-    static constexpr int ringFramesPerSecond = 30;
+    static constexpr int ringFramesPerSecond = 20;
 
     explicit RecordButton(QWidget* parent = nullptr);
 
@@ -100,6 +102,7 @@ private:
     double pulsePhase() const;
     /// Moves the ring one step and repaints the band it left and entered; runs while pulsing.
     void stepRing();
+    void scheduleRingStep(ConsoleClock::Duration deadline);
     QRectF glowRect(double radius) const;
     void paintUnderlay(QPainter& painter) const;
     void paintKey(QPainter& painter) const;
@@ -121,7 +124,7 @@ private:
     SpringAnimation press_{1.0, 0.0005};
     ConsoleClock::Duration pulseStart_{};
     ConsoleClock::Duration lastFrame_{};
-    bool ringStepScheduled_ = false;
+    std::uint64_t ringGeneration_ = 0;
     // Pulsing while nobody could see it: no steps until the next paint.
     bool ringParked_ = false;
     // The ring as last asked to be drawn: radius in quarter points, opacity in 255ths.

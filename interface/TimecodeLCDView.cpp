@@ -200,7 +200,24 @@ void TimecodeLCDView::paintGlow(QPainter& painter) {
 
 void TimecodeLCDView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    paintDigits(painter, digitColor());
+    if (rolling_) {
+        paintDigits(painter, digitColor());
+        return;
+    }
+    // Standing digits are repainted whenever the key's breathing glow sweeps over them: a kept
+    // picture spares laying out the text each time.
+    const qreal ratio = devicePixelRatioF();
+    if (line_.isNull() || lineText_ != formatted_ || lineColor_ != digitColor() ||
+        line_.devicePixelRatio() != ratio || line_.size() != size() * ratio) {
+        line_ = QPixmap(size() * ratio);
+        line_.setDevicePixelRatio(ratio);
+        line_.fill(Qt::transparent);
+        QPainter picture(&line_);
+        paintDigits(picture, digitColor());
+        lineText_ = formatted_;
+        lineColor_ = digitColor();
+    }
+    painter.drawPixmap(QPointF(0, 0), line_);
 }
 
 }  // namespace bw

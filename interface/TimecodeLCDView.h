@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QColor>
 #include <QImage>
+#include <QPixmap>
 #include <QString>
 #include <QWidget>
 
@@ -86,6 +88,10 @@ private:
         QImage image;
     };
     Glow glows_[2];
+    // The standing line as last drawn, with what it was drawn from.
+    QPixmap line_;
+    QString lineText_;
+    QColor lineColor_;
 };
 
 }  // namespace bw
