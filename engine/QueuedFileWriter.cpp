@@ -10,39 +10,47 @@ QueuedFileWriter::QueuedFileWriter(std::unique_ptr<AudioFile> file, int maxPendi
       file_(std::move(file)),
       maxPendingBuffers_(maxPendingBuffers) {}
 
-void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onFailure) {
-    {
-        std::unique_lock guard(stateLock_);
-        if (closed_) {
-            return;
-        }
-        if (pendingBuffers_ >= maxPendingBuffers_) {
-            droppedBuffers_.fetch_add(1);
-            if (reportedFailure_) {
-                return;
-            }
-            reportedFailure_ = true;
-            guard.unlock();
-            if (onFailure) {
-                onFailure(localized("QueuedFileWriter",
-                                    "Recording stopped because writing could not keep up."));
-            }
-            return;
-        }
-        ++pendingBuffers_;
+bool QueuedFileWriter::takeSlot(const FailureCallback& onFailure) {
+    std::unique_lock guard(stateLock_);
+    if (closed_) {
+        return false;
     }
+    if (pendingBuffers_ >= maxPendingBuffers_) {
+        droppedBuffers_.fetch_add(1);
+        if (reportedFailure_) {
+            return false;
+        }
+        reportedFailure_ = true;
+        guard.unlock();
+        if (onFailure) {
+            onFailure(localized("QueuedFileWriter",
+                                "Recording stopped because writing could not keep up."));
+        }
+        return false;
+    }
+    ++pendingBuffers_;
+    return true;
+}
+
+void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onFailure) {
     auto copy = copyOfBuffer(buffer);
     if (!copy) {
-        returnSlot();
         report(localized("QueuedFileWriter", "Recording failed while preparing audio for writing."),
                onFailure);
         return;
     }
+    write(std::move(copy), onFailure);
+}
+
+void QueuedFileWriter::write(std::shared_ptr<PCMBuffer> buffer, const FailureCallback& onFailure) {
+    if (!buffer || !takeSlot(onFailure)) {
+        return;
+    }
     // The write keeps the writer alive: a buffer once accepted reaches the file even when the
     // owner lets go of the writer right after closing it.
-    queue_->async([self = shared_from_this(), copy = std::move(copy), onFailure] {
+    queue_->async([self = shared_from_this(), buffer = std::move(buffer), onFailure] {
         if (self->file_) {
-            if (auto written = self->file_->write(*copy); !written) {
+            if (auto written = self->file_->write(*buffer); !written) {
                 // A file full to its format's limit is no failure; its text tells why it ends.
                 const AVError& error = written.error();
                 self->report(error.code() == AudioFile::kSizeLimitReached
@@ -52,7 +60,7 @@ void QueuedFileWriter::write(const PCMBuffer& buffer, const FailureCallback& onF
                                        " " + error.localizedDescription(),
                              onFailure);
             } else {
-                self->framesWritten_.fetch_add(copy->frameLength());
+                self->framesWritten_.fetch_add(buffer->frameLength());
             }
         }
         self->returnSlot();

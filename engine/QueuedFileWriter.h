@@ -19,7 +19,8 @@ namespace bw {
 ///
 /// Owner: the recording engine (shared; queued writes and the close hold the writer too, so what
 /// was accepted is written even after the owner lets go). Thread: `write` on
-/// the tap's thread (a short locked update, one copy, one dispatch; never blocks on the disk);
+/// the tap's thread (a short locked update, a copy unless the buffer is handed over, one dispatch;
+/// never blocks on the disk);
 /// `close` on the engine's control queue; the file only on `queue`. `stateLock` is never held
 /// across the callback, the copy or the file.
 class QueuedFileWriter : public std::enable_shared_from_this<QueuedFileWriter> {
@@ -31,6 +32,8 @@ public:
 
     /// Copies the buffer and queues its write. The caller's buffer is not held after the call.
     void write(const PCMBuffer& buffer, const FailureCallback& onFailure);
+    /// Queues the write of a buffer the caller gives up (no copy); it must not be changed after.
+    void write(std::shared_ptr<PCMBuffer> buffer, const FailureCallback& onFailure);
 
     /// Takes no more buffers; once every write queued before has reached the file, releases the
     /// file (which completes it) and then calls `completion` on `queue`. Called on `queue` itself,
@@ -45,6 +48,7 @@ public:
     SerialQueue& queue() { return *queue_; }
 
 private:
+    bool takeSlot(const FailureCallback& onFailure);
     void report(const std::string& message, const FailureCallback& onFailure);
     void returnSlot();
 

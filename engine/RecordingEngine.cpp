@@ -184,7 +184,7 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
         [levels = levels_, writer = fileWriter_, onFailure = failureCallback()](
             std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
             levels->record(RecordingSource::kMasterLevelKey, peakLevel(*buffer));
-            writer->write(*buffer, onFailure);
+            writer->write(std::move(buffer), onFailure);
         },
         [onFailure = failureCallback()] { onFailure(BoundedBufferScheduler::overrunMessage()); });
     if (!tapped) {

@@ -30,7 +30,9 @@ bool AudioPlayerNode::scheduleBuffer(std::shared_ptr<PCMBuffer> buffer, Completi
     return true;
 }
 
-void AudioPlayerNode::play() { playing_.store(true); }
+void AudioPlayerNode::play() {
+    playing_.store(true);
+}
 
 void AudioPlayerNode::stop() {
     playing_.store(false);
@@ -38,7 +40,7 @@ void AudioPlayerNode::stop() {
     discardQueued(true);
     releaseQueue();
     if (engine() != nullptr) {
-        engine()->completionThread().wake();
+        engine()->completionThread().wakeNow();
     }
 }
 
@@ -46,7 +48,9 @@ void AudioPlayerNode::setVolume(float volume) {
     volume_.store(std::clamp(std::isnan(volume) ? 1.0f : volume, 0.0f, 1.0f));
 }
 
-bool AudioPlayerNode::prepareRender(FrameCount) { return outputFormat().has_value(); }
+bool AudioPlayerNode::prepareRender(FrameCount) {
+    return outputFormat().has_value();
+}
 
 void AudioPlayerNode::renderingStopped() {}
 
@@ -60,7 +64,9 @@ bool AudioPlayerNode::acquireQueue(bool wait) {
     return true;
 }
 
-void AudioPlayerNode::releaseQueue() { consuming_.clear(std::memory_order_release); }
+void AudioPlayerNode::releaseQueue() {
+    consuming_.clear(std::memory_order_release);
+}
 
 void AudioPlayerNode::finish(detail::ScheduledBuffer* item) {
     if (engine() != nullptr) {
@@ -113,7 +119,8 @@ void AudioPlayerNode::render(float* const* output, FrameCount frames) {
             if (count > 0) {
                 if (buffer.format().isInterleaved()) {
                     for (ChannelCount c = 0; c < channels; ++c) {
-                        const float* in = source[0] + std::size_t(current_->consumed) * channels + c;
+                        const float* in =
+                            source[0] + std::size_t(current_->consumed) * channels + c;
                         float* out = output[c] + filled;
                         for (FrameCount i = 0; i < count; ++i) {
                             out[i] = in[std::size_t(i) * channels];

@@ -6,6 +6,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace bw {
 
@@ -15,6 +16,7 @@ struct SerialQueue::State {
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<Task> tasks;
+    bool busy = false;  // a task runs, on the queue's thread or inline in `sync`
     bool stopping = false;
     std::thread thread;
 };
@@ -51,19 +53,50 @@ SerialQueue::~SerialQueue() {
     }
 }
 
-const std::string& SerialQueue::label() const { return state_->label; }
+const std::string& SerialQueue::label() const {
+    return state_->label;
+}
 
 void SerialQueue::async(Task task) {
-    // Notify under the lock: the task may drop the last owner of this queue as soon as it runs.
-    std::lock_guard lock(state_->mutex);
-    state_->tasks.push_back(std::move(task));
-    state_->wake.notify_one();
+    // The task may drop the last owner of this queue as soon as it runs: notify through a state
+    // of our own, after unlocking, so that the woken thread does not block on the lock at once.
+    const std::shared_ptr<State> state = state_;
+    {
+        std::lock_guard lock(state->mutex);
+        state->tasks.push_back(std::move(task));
+    }
+    state->wake.notify_one();
 }
 
 void SerialQueue::sync(const std::function<void()>& task) {
     if (isCurrent()) {
         task();
         return;
+    }
+    // An idle queue lends itself to the caller: the task runs here, still alone on the queue,
+    // and neither thread has to wake the other.
+    const std::shared_ptr<State> state = state_;  // the task may drop the last owner
+    {
+        std::unique_lock lock(state->mutex);
+        if (!state->busy && state->tasks.empty()) {
+            state->busy = true;
+            lock.unlock();
+            // Gives the queue back however the task ends.
+            struct Lent {
+                State& state;
+                const SerialQueue* outer = std::exchange(tCurrentQueue, state.owner);
+                ~Lent() {
+                    tCurrentQueue = outer;
+                    std::lock_guard relock(state.mutex);
+                    state.busy = false;
+                    if (!state.tasks.empty() || state.stopping) {
+                        state.wake.notify_one();
+                    }
+                }
+            } lent{*state};
+            task();
+            return;
+        }
     }
     std::mutex doneMutex;
     std::condition_variable doneSignal;
@@ -79,9 +112,13 @@ void SerialQueue::sync(const std::function<void()>& task) {
     doneSignal.wait(lock, [&] { return done; });
 }
 
-bool SerialQueue::isCurrent() const { return tCurrentQueue == this; }
+bool SerialQueue::isCurrent() const {
+    return tCurrentQueue == this;
+}
 
-const SerialQueue* SerialQueue::current() { return tCurrentQueue; }
+const SerialQueue* SerialQueue::current() {
+    return tCurrentQueue;
+}
 
 void SerialQueue::run(const std::shared_ptr<State>& state) {
     pthread_setname_np(pthread_self(), threadNameFor(state->label).c_str());
@@ -90,14 +127,18 @@ void SerialQueue::run(const std::shared_ptr<State>& state) {
         Task task;
         {
             std::unique_lock lock(state->mutex);
-            state->wake.wait(lock, [&] { return state->stopping || !state->tasks.empty(); });
+            state->busy = false;
+            state->wake.wait(
+                lock, [&] { return !state->busy && (state->stopping || !state->tasks.empty()); });
             if (state->tasks.empty()) {
                 break;
             }
             task = std::move(state->tasks.front());
             state->tasks.pop_front();
+            state->busy = true;
         }
         task();
+        task = nullptr;  // what the task held goes before the queue counts as idle
     }
     tCurrentQueue = nullptr;
 }

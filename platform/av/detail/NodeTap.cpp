@@ -27,13 +27,16 @@ NodeTap::~NodeTap() {
     stop();
 }
 
-// Realtime: ring copy and a semaphore post only.
+// Realtime: ring copy and, once a whole buffer waits, a semaphore post; the thread is not woken
+// for cycles it could not deliver anyway.
 void NodeTap::push(const float* const* channels, FrameCount frames) {
     const std::size_t written = core_->ring.write(channels, frames);
     if (written < frames) {
         core_->dropped.fetch_add(frames - written, std::memory_order_relaxed);
     }
-    core_->signal.release();
+    if (core_->ring.readable() >= core_->bufferSize) {
+        core_->signal.release();
+    }
 }
 
 void NodeTap::stop() {

@@ -31,7 +31,8 @@ public:
 
     const AudioFormat& format() const { return core_->format; }
 
-    // Realtime: copies `frames` frames of `format().channelCount()` channels and wakes the thread.
+    // Realtime: copies `frames` frames of `format().channelCount()` channels; wakes the thread once
+    // a whole buffer waits.
     void push(const float* const* channels, FrameCount frames);
 
     void stop();

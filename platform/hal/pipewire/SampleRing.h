@@ -21,9 +21,10 @@ public:
         const std::size_t w = write_.load(std::memory_order_relaxed);
         const std::size_t r = read_.load(std::memory_order_acquire);
         const std::size_t n = std::min(count, data_.size() - (w - r));
-        for (std::size_t i = 0; i < n; ++i) {
-            data_[(w + i) % data_.size()] = samples[i];
-        }
+        const std::size_t at = w % data_.size();
+        const std::size_t first = std::min(n, data_.size() - at);
+        std::copy_n(samples, first, data_.data() + at);
+        std::copy_n(samples + first, n - first, data_.data());
         write_.store(w + n, std::memory_order_release);
         return n;
     }
@@ -33,9 +34,10 @@ public:
         const std::size_t r = read_.load(std::memory_order_relaxed);
         const std::size_t w = write_.load(std::memory_order_acquire);
         const std::size_t n = std::min(count, w - r);
-        for (std::size_t i = 0; i < n; ++i) {
-            samples[i] = data_[(r + i) % data_.size()];
-        }
+        const std::size_t at = r % data_.size();
+        const std::size_t first = std::min(n, data_.size() - at);
+        std::copy_n(data_.data() + at, first, samples);
+        std::copy_n(data_.data(), n - first, samples + first);
         read_.store(r + n, std::memory_order_release);
         return n;
     }

@@ -25,13 +25,19 @@ TEST(SerialQueueTest, TasksFromManyThreadsRunOneAtATimeInEachProducersOrder) {
     for (int p = 0; p < kProducers; ++p) {
         producers.emplace_back([&, p] {
             for (int i = 0; i < kTasks; ++i) {
-                queue.async([&, p, i] {
+                auto task = [&, p, i] {
                     if (running.fetch_add(1) != 0) {
                         overlapped = true;
                     }
                     seen[p].push_back(i);  // unsynchronised on purpose: the queue is the lock
                     running.fetch_sub(1);
-                });
+                };
+                // Odd producers sync: run in place on an idle queue, still one at a time.
+                if (p % 2 == 0) {
+                    queue.async(task);
+                } else {
+                    queue.sync(task);
+                }
             }
         });
     }
