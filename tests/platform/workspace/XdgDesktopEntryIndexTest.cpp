@@ -242,61 +242,41 @@ TEST_P(ChangeTest, AnIndexInUseSeesTheChange) {
     EXPECT_EQ(index.entry(c.id), c.expectedAfter);
 }
 
+// One step of a case: an entry file written with the name given, or removed.
+std::function<void(const fs::path&)> writes(std::string path, std::string name) {
+    return [=](const fs::path& root) { writeFile(root / path, entryText(name)); };
+}
+std::function<void(const fs::path&)> removes(std::string path) {
+    return [=](const fs::path& root) { fs::remove(root / path); };
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Files, ChangeTest,
     ::testing::Values(
-        ChangeCase{"Added", nullptr,
-                   [](const fs::path& root) {
-                       writeFile(root / "home/applications/org.example.Added.desktop",
-                                 entryText("Added"));
-                   },
+        ChangeCase{"Added", nullptr, writes("home/applications/org.example.Added.desktop", "Added"),
                    "org.example.Added", std::nullopt, toolEntry("org.example.Added", "Added")},
         // Same file, same size: only its time stamps or the event tell.
         ChangeCase{"RewrittenInPlace",
-                   [](const fs::path& root) {
-                       writeFile(root / "home/applications/org.example.Rewritten.desktop",
-                                 entryText("Old"));
-                   },
-                   [](const fs::path& root) {
-                       writeFile(root / "home/applications/org.example.Rewritten.desktop",
-                                 entryText("New"));
-                   },
+                   writes("home/applications/org.example.Rewritten.desktop", "Old"),
+                   writes("home/applications/org.example.Rewritten.desktop", "New"),
                    "org.example.Rewritten", toolEntry("org.example.Rewritten", "Old"),
                    toolEntry("org.example.Rewritten", "New")},
-        ChangeCase{"Removed",
-                   [](const fs::path& root) {
-                       writeFile(root / "home/applications/org.example.Removed.desktop",
-                                 entryText("Removed"));
-                   },
-                   [](const fs::path& root) {
-                       fs::remove(root / "home/applications/org.example.Removed.desktop");
-                   },
-                   "org.example.Removed", toolEntry("org.example.Removed", "Removed"),
-                   std::nullopt},
+        ChangeCase{"Removed", writes("home/applications/org.example.Removed.desktop", "Removed"),
+                   removes("home/applications/org.example.Removed.desktop"), "org.example.Removed",
+                   toolEntry("org.example.Removed", "Removed"), std::nullopt},
         ChangeCase{"InANewSubfolder", nullptr,
-                   [](const fs::path& root) {
-                       writeFile(root / "home/applications/newvendor/app.desktop",
-                                 entryText("Vendor App"));
-                   },
-                   "newvendor-app", std::nullopt, toolEntry("newvendor-app", "Vendor App")},
+                   writes("home/applications/newvendor/app.desktop", "Vendor App"), "newvendor-app",
+                   std::nullopt, toolEntry("newvendor-app", "Vendor App")},
         ChangeCase{"InAFolderMadeLater", nullptr,
-                   [](const fs::path& root) {
-                       writeFile(root / "late/applications/org.example.Late.desktop",
-                                 entryText("Late"));
-                   },
-                   "org.example.Late", std::nullopt, toolEntry("org.example.Late", "Late")},
+                   writes("late/applications/org.example.Late.desktop", "Late"), "org.example.Late",
+                   std::nullopt, toolEntry("org.example.Late", "Late")},
         ChangeCase{"UserCopyRemovedUncoversTheSystems",
                    [](const fs::path& root) {
-                       writeFile(root / "system/applications/org.example.Both.desktop",
-                                 entryText("System"));
-                       writeFile(root / "home/applications/org.example.Both.desktop",
-                                 entryText("User"));
+                       writes("system/applications/org.example.Both.desktop", "System")(root);
+                       writes("home/applications/org.example.Both.desktop", "User")(root);
                    },
-                   [](const fs::path& root) {
-                       fs::remove(root / "home/applications/org.example.Both.desktop");
-                   },
-                   "org.example.Both", toolEntry("org.example.Both", "User"),
-                   toolEntry("org.example.Both", "System")},
+                   removes("home/applications/org.example.Both.desktop"), "org.example.Both",
+                   toolEntry("org.example.Both", "User"), toolEntry("org.example.Both", "System")},
         // GIO leaves out an entry whose TryExec program is missing, until it is installed.
         ChangeCase{
             "ProgramInstalledLater",
