@@ -145,13 +145,12 @@ void RecordButton::setLevel(float level) {
     if (!recording_) {
         return;
     }
-    const double before = glowRadius();
     rawLevel_ = level;
     const double now = glowRadius();
     // The glow is drawn in half-point steps: a level that moves it less repaints nothing.
-    if (halfPoints(now) != halfPoints(before) || halfPoints(now) != drawnGlow_) {
+    if (halfPoints(now) != drawnGlow_) {
+        underlay_->updateOwnerRect(glowRect(std::max(drawnGlow_ / 2.0, now)));
         drawnGlow_ = halfPoints(now);
-        underlay_->updateOwnerRect(glowRect(std::max(before, now)));
     }
     // The level's repaint carries a ring step too, so the two share one frame on screen; the
     // ring's own steps fill in between.
