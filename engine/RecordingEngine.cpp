@@ -133,6 +133,9 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     // 2. The graph: every source through a player and a gain unit into the record mixer.
     engine_->attach(recordMixer_);
     engine_->connect(recordMixer_, engine_->mainMixerNode(), canonicalFormat_);
+    if (!configuration_.passthroughEnabled) {
+        engine_->enableManualRenderingMode(canonicalFormat_);
+    }
     engine_->mainMixerNode()->setOutputVolume(configuration_.passthroughEnabled ? 1.0f : 0.0f);
     for (auto& [source, capture] : started) {
         ActiveSource active;
@@ -203,10 +206,21 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
         active.player->play();
     }
     running_ = true;
+    if (engine_->isInManualRenderingMode()) {
+        std::vector<std::shared_ptr<AudioPlayerNode>> players;
+        std::vector<double> rates;
+        for (const auto& active : activeSources_) {
+            players.push_back(active.player);
+            rates.push_back(active.player->outputFormat()->sampleRate());
+        }
+        captureClock_ = std::make_shared<CaptureClock>(
+            *engine_, std::move(players), std::move(rates), canonicalFormat_.sampleRate());
+        captureClock_->start();
+    }
 
     // 6. From here on captured audio flows into the graph.
-    for (const auto& active : activeSources_) {
-        active.capture->setBufferHandler(makeBufferHandler(active));
+    for (std::size_t i = 0; i < activeSources_.size(); ++i) {
+        activeSources_[i].capture->setBufferHandler(makeBufferHandler(activeSources_[i], i));
     }
     configChangeObserver_ = engine_->addConfigurationChangeObserver([weak = weak_from_this()] {
         if (auto self = weak.lock()) {
@@ -244,9 +258,17 @@ void RecordingEngine::runStopSequence(StopCompletion completion) {
         configChangeObserver_.reset();
     }
     silenceAndStopCaptures();
+    if (captureClock_) {
+        // Nothing else renders: what the captures left queued goes to the file now, up to a
+        // whole tap buffer so the last one is handed over too.
+        captureClock_->drain(kTapBufferSize);
+        captureClock_->stop();
+    }
 
-    // One budget for all sources: a source still full when it runs out is not waited for.
-    const auto deadline = std::chrono::steady_clock::now() + kDrainBudget;
+    // One budget for all sources: a source still full when it runs out is not waited for. A
+    // drained capture clock has rendered everything already.
+    const auto deadline = std::chrono::steady_clock::now() +
+                          (captureClock_ ? std::chrono::milliseconds(0) : kDrainBudget);
     for (const auto& active : activeSources_) {
         if (std::chrono::steady_clock::now() >= deadline) {
             break;
@@ -308,12 +330,17 @@ void RecordingEngine::applyGainLaw(const ActiveSource& active, float volume) {
     active.gainUnit->setGlobalGain(setting.globalGainDb);
 }
 
-BufferHandler RecordingEngine::makeBufferHandler(const ActiveSource& active) {
+BufferHandler RecordingEngine::makeBufferHandler(const ActiveSource& active, std::size_t index) {
     return [id = active.source.id, flag = active.audioReceived, scheduler = active.scheduler,
-            levels = levels_, onOverrun = failureCallback()](std::shared_ptr<PCMBuffer> buffer) {
+            levels = levels_, onOverrun = failureCallback(), clock = captureClock_,
+            index](std::shared_ptr<PCMBuffer> buffer) {
         flag->set();
         levels->record(id, peakLevel(*buffer));
+        const FrameCount frames = buffer->frameLength();
         scheduler->schedule(std::move(buffer), onOverrun);
+        if (clock) {
+            clock->sourceDelivered(index, frames);
+        }
     };
 }
 

@@ -6,6 +6,7 @@
 
 #include "engine/ActiveSource.h"
 #include "engine/Capture.h"
+#include "engine/CaptureClock.h"
 #include "engine/LevelStore.h"
 #include "engine/QueuedFileWriter.h"
 #include "engine/RecordingEngineConfiguration.h"
@@ -18,9 +19,10 @@
 namespace bw {
 
 /// Runs one recording: a capture per source, each through a player and a gain unit into the
-/// record mixer, whose tap feeds the file writer and whose output goes to the speakers (silenced
-/// unless the mix is to be heard). Keeps the graph alive across audio configuration changes and
-/// takes everything down in a fixed order. One engine per recording.
+/// record mixer, whose tap feeds the file writer and whose output goes to the speakers when the
+/// mix is to be heard. Otherwise the captures clock the graph themselves (`CaptureClock`). Keeps
+/// the graph alive across audio configuration changes and takes everything down in a fixed order.
+/// One engine per recording.
 ///
 /// Owner: shared (`std::make_shared`); callbacks hold it weakly. Thread: the session members are
 /// called from the main thread; every sequence runs on `controlQueue`, which alone touches the
@@ -76,7 +78,7 @@ private:
     /// A start that fails once the file exists: closes and deletes the file, stops the captures.
     Unexpected<ErrorRef> abandonFile(ErrorRef error);
     void applyGainLaw(const ActiveSource& active, float volume);
-    BufferHandler makeBufferHandler(const ActiveSource& active);
+    BufferHandler makeBufferHandler(const ActiveSource& active, std::size_t index);
     FailureCallback failureCallback();
     void reportFailure(const std::string& message);
 
@@ -92,6 +94,7 @@ private:
     std::shared_ptr<QueuedFileWriter> fileWriter_;
     std::shared_ptr<QueuedFileWriter> lastWriter_;  // kept after the stop for its counters
     std::optional<AudioEngine::ObserverToken> configChangeObserver_;
+    std::shared_ptr<CaptureClock> captureClock_;  // when nothing plays to the speakers
     bool running_ = false;
     const AudioFormat canonicalFormat_;
     std::shared_ptr<SerialQueue> controlQueue_;

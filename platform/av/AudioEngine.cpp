@@ -106,8 +106,14 @@ std::shared_ptr<AudioInputNode> AudioEngine::inputNode() {
     return inputNode_;
 }
 
+void AudioEngine::enableManualRenderingMode(const AudioFormat& format) {
+    manualFormat_ = *AudioFormat::standard(format.sampleRate(), format.channelCount());
+}
+
 void AudioEngine::prepare() {
-    if (mainMixer_ && hardware_) {
+    if (mainMixer_ && manualFormat_) {
+        mainMixer_->setOutputFormat(*manualFormat_);
+    } else if (mainMixer_ && hardware_) {
         const AudioDeviceID device =
             detail::readSystemDevice(*hardware_, kAudioHardwarePropertyDefaultOutputDevice);
         if (auto asbd = detail::readDeviceStreamFormat(*hardware_, device,
@@ -147,12 +153,13 @@ Expected<void, AVError> AudioEngine::start() {
     if (isRunning()) {
         return {};
     }
+    const bool manual = manualFormat_.has_value() && mainMixer_ != nullptr;
     if (!hardware_) {
         return deviceError(kAudioHardwareNotRunningError, "No audio hardware is available");
     }
-    const bool wantsOutput = mainMixer_ != nullptr;
+    const bool wantsOutput = mainMixer_ != nullptr && !manual;
     const bool wantsInput = inputNode_ && inputNode_->hasTap();
-    if (!wantsOutput && !wantsInput) {
+    if (!wantsOutput && !wantsInput && !manual) {
         return deviceError(kAudioHardwareIllegalOperationError,
                            "The audio engine has nothing to play or record");
     }
@@ -169,11 +176,27 @@ Expected<void, AVError> AudioEngine::start() {
             return started;
         }
     }
+    if (manual) {
+        // Nothing plays, but the output device is still watched: its loss or replacement is the
+        // audio configuration changing, as when it clocks the graph.
+        OSStatus status = 0;
+        output.device = detail::readSystemDevice(
+            *hardware_, kAudioHardwarePropertyDefaultOutputDevice, &status);
+        if (output.device == 0) {
+            stopDevices({}, input);
+            return deviceError(status != 0 ? status : kAudioHardwareBadDeviceError,
+                               "No audio output device is available");
+        }
+        prepare();
+    }
     {
         std::lock_guard lock(stateMutex_);
         running_ = true;
         output_ = output;
         input_ = input;
+    }
+    if (manual) {
+        rendersManually_.store(true);
     }
     addDeviceListeners();
     return {};
@@ -187,8 +210,7 @@ Expected<void, AVError> AudioEngine::startOutput(DeviceRun& run) {
         return deviceError(status != 0 ? status : kAudioHardwareBadDeviceError,
                            "No audio output device is available");
     }
-    auto asbd =
-        detail::readDeviceStreamFormat(*hardware_, device, kAudioObjectPropertyScopeOutput);
+    auto asbd = detail::readDeviceStreamFormat(*hardware_, device, kAudioObjectPropertyScopeOutput);
     auto format = asbd ? AudioFormat::fromStreamDescription(*asbd) : std::nullopt;
     if (!format || !isPlayableDeviceFormat(*format)) {
         return deviceError(kAudioHardwareUnsupportedOperationError,
@@ -264,6 +286,9 @@ void AudioEngine::stop() {
         output = std::exchange(output_, {});
         input = std::exchange(input_, {});
     }
+    if (rendersManually_.exchange(false)) {
+        waitForRenderCycle();
+    }
     removeDeviceListeners();
     stopDevices(output, input);
 }
@@ -306,8 +331,8 @@ void AudioEngine::renderCycle(AudioBufferList* output) {
                             std::size_t(done) * format.channelCount();
                 for (ChannelCount c = 0; c < channels; ++c) {
                     for (FrameCount i = 0; i < count; ++i) {
-                        const float s = std::clamp(renderPointers_[c][i] * 32768.0f, -32768.0f,
-                                                   32767.0f);
+                        const float s =
+                            std::clamp(renderPointers_[c][i] * 32768.0f, -32768.0f, 32767.0f);
                         out[std::size_t(i) * format.channelCount() + c] = std::int16_t(s);
                     }
                 }
@@ -332,6 +357,27 @@ void AudioEngine::renderCycle(AudioBufferList* output) {
     renderEpoch_.fetch_add(1);
 }
 
+// Realtime: the main mixer's pull, as a device cycle would, into scratch nobody reads. The
+// running flag is read inside the cycle's epoch, so a `stop` that cleared it and then found no
+// cycle running knows none will start.
+bool AudioEngine::renderManually(FrameCount frames) {
+    renderEpoch_.fetch_add(1);
+    const bool rendering = rendersManually_.load() && !renderPointers_.empty();
+    if (rendering) {
+        for (FrameCount done = 0; done < frames;) {
+            const FrameCount count = std::min(kMaxSlice, frames - done);
+            mainMixer_->pull(renderPointers_.data(), count);
+            done += count;
+        }
+        if (completionsPosted_) {
+            completionsPosted_ = false;
+            completions_->wake();
+        }
+    }
+    renderEpoch_.fetch_add(1);
+    return rendering;
+}
+
 void AudioEngine::waitForRenderCycle() const {
     const std::uint64_t epoch = renderEpoch_.load();
     if ((epoch & 1) == 0) {
@@ -351,7 +397,8 @@ void AudioEngine::waitForInputCycle() const {
 void AudioEngine::addDeviceListeners() {
     auto listener = std::make_shared<const AudioObjectPropertyListenerBlock>(
         [this](std::uint32_t, const AudioObjectPropertyAddress*) { handleDeviceChange(); });
-    for (auto selector : {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDevices}) {
+    for (auto selector :
+         {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDevices}) {
         hardware_->addPropertyListener(
             kAudioObjectSystemObject,
             {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain},
@@ -370,7 +417,8 @@ void AudioEngine::removeDeviceListeners() {
     if (!listener) {
         return;
     }
-    for (auto selector : {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDevices}) {
+    for (auto selector :
+         {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDevices}) {
         hardware_->removePropertyListener(
             kAudioObjectSystemObject,
             {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain},

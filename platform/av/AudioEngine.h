@@ -63,9 +63,22 @@ public:
     /// Reads the devices' formats and allocates what rendering needs. `start` does it too.
     void prepare();
 
-    /// Starts rendering to the output device when the main mixer is in use, and the input device
-    /// when the input node has a tap. The error tells what failed; nothing is left running then.
+    /// Starts rendering to the output device when the main mixer is in use (unless rendering is
+    /// manual), and the input device when the input node has a tap. The error tells what failed;
+    /// nothing is left running then.
     Expected<void, AVError> start();
+
+    /// From now on no output device clocks the graph: the main mixer renders at `format` (its
+    /// rate and channel count) only when `renderManually` asks. The default output device is
+    /// still needed to start and still watched for configuration changes, but never opened.
+    /// Engine stopped; controlling thread.
+    void enableManualRenderingMode(const AudioFormat& format);
+    bool isInManualRenderingMode() const { return manualFormat_.has_value(); }
+
+    // Realtime: renders `frames` frames through the main mixer (taps and completions as in a
+    // device cycle) and discards its output; nothing while the engine is stopped. One caller at a
+    // time, on any thread; no allocation, lock or wait. False when nothing was rendered.
+    bool renderManually(FrameCount frames);
 
     /// Stops the devices; once it returns no render cycle runs. Queued player buffers stay queued.
     void stop();
@@ -114,6 +127,8 @@ private:
 
     // Render state: written while stopped, read by the render thread.
     std::optional<AudioFormat> outputDeviceFormat_;
+    std::optional<AudioFormat> manualFormat_;
+    std::atomic<bool> rendersManually_{false};  // running in manual mode
     std::optional<AudioFormat> inputDeviceFormat_;
     std::vector<std::vector<float>> renderScratch_;
     std::vector<float*> renderPointers_;

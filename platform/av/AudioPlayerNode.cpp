@@ -24,6 +24,7 @@ bool AudioPlayerNode::scheduleBuffer(std::shared_ptr<PCMBuffer> buffer, Completi
         return false;
     }
     auto* item = new detail::ScheduledBuffer;
+    queuedFrames_.fetch_add(buffer->frameLength(), std::memory_order_release);
     item->buffer = std::move(buffer);
     item->completion = std::move(completion);
     queue_.push(item);
@@ -78,6 +79,8 @@ void AudioPlayerNode::finish(detail::ScheduledBuffer* item) {
 
 void AudioPlayerNode::discardQueued(bool runCompletions) {
     auto drop = [&](detail::ScheduledBuffer* item) {
+        queuedFrames_.fetch_sub(item->buffer->frameLength() - item->consumed,
+                                std::memory_order_release);
         if (runCompletions) {
             finish(item);
         } else {
@@ -112,6 +115,8 @@ void AudioPlayerNode::render(float* const* output, FrameCount frames) {
             float* const* source = buffer.floatChannelData();
             if (source == nullptr || buffer.format().channelCount() != channels ||
                 buffer.format().sampleRate() != rate) {
+                queuedFrames_.fetch_sub(buffer.frameLength() - current_->consumed,
+                                        std::memory_order_release);
                 current_->consumed = buffer.frameLength();
             }
             const FrameCount count =
@@ -133,6 +138,7 @@ void AudioPlayerNode::render(float* const* output, FrameCount frames) {
                 }
                 current_->consumed += count;
                 filled += count;
+                queuedFrames_.fetch_sub(count, std::memory_order_release);
             }
             if (current_->consumed >= buffer.frameLength()) {
                 finish(current_);

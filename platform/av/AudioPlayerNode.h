@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -47,6 +49,11 @@ public:
 
     bool isPlaying() const { return playing_.load(); }
 
+    // Realtime: frames scheduled and not yet rendered or discarded. Any thread; a wait-free read.
+    FrameCount queuedFrames() const {
+        return FrameCount(std::max<std::int64_t>(queuedFrames_.load(std::memory_order_acquire), 0));
+    }
+
     /// Linear gain from 0 to 1 (values outside are clamped).
     void setVolume(float volume);
     float volume() const { return volume_.load(); }
@@ -68,6 +75,7 @@ private:
     std::atomic_flag consuming_;                  // who may pop `queue_` now
     std::atomic<bool> playing_{false};
     std::atomic<float> volume_{1.0f};
+    std::atomic<std::int64_t> queuedFrames_{0};
 };
 
 }  // namespace bw

@@ -143,7 +143,7 @@ TEST(RecordingEngineTest, WhenNoSourceStartsThereIsNeitherFileNorFolder) {
 TEST(RecordingEngineTest, AnOutputDeviceThatWontStartLeavesNoFileAndGivesThePlatformError) {
     EngineRig rig;
     auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({source}));
+    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
     rig.hardware->failNext(HardwareOperation::deviceStart, -50);
     auto started = EngineRig::start(*engine);
     ASSERT_FALSE(started);
@@ -185,21 +185,19 @@ TEST(RecordingEngineTest, AFolderThatCannotBeMadeFailsTheStartWithTheReason) {
     EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
 }
 
-TEST(RecordingEngineTest, WithoutPassthroughTheSpeakersGetSilenceWhileTheFileHasTheMix) {
+TEST(RecordingEngineTest, WithoutPassthroughNothingPlaysToTheSpeakersWhileTheFileHasTheMix) {
     for (bool passthrough : {false, true}) {
         EngineRig rig;
         auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 1.0);
         auto engine =
             rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, passthrough));
         ASSERT_TRUE(EngineRig::start(*engine));
+        EXPECT_EQ(rig.hardware->runningIOProcCount(rig.speakers), passthrough ? 1u : 0u);
         auto speakers = rig.run(1.0);
         const auto url = EngineRig::stop(*engine);
         EXPECT_EQ(rig.captures.requests()[0].muteTappedAudio, passthrough);
-        const float heard = test::peakOf(speakers[0]);
         if (passthrough) {
             EXPECT_NEAR(levelIn(speakers[0], 1000.0, 0.2, 0.8), db(0.5), 0.1);
-        } else {
-            EXPECT_EQ(heard, 0.0f);
         }
         auto decoded = test::decodeAudioFile(url);
         ASSERT_TRUE(decoded);
@@ -214,7 +212,7 @@ TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreF
     for (int i = 0; i < 6; ++i) {
         sources.push_back(rig.addSource("S" + std::to_string(i), kStereo48, 500.0, 0.1f, 1.0));
     }
-    auto engine = rig.makeEngine(rig.configuration(sources));
+    auto engine = rig.makeEngine(rig.configuration(sources, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     for (const auto& source : sources) {
         for (int i = 0; i < 96; ++i) {  // the speakers never run: every scheduler stays full
@@ -233,7 +231,7 @@ TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreF
 TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) {
     EngineRig rig;
     auto source = rig.addSource("A", kStereo48, 500.0, 0.1f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({source}));
+    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.2);
     for (int i = 0; i < 150; ++i) {
@@ -277,7 +275,7 @@ TEST(RecordingEngineTest, AnOutputChangeRestartsTheGraphAndTheRecordingGoesOnInT
     const auto headphones = rig.hardware->addDevice(
         {"headphones", "Headphones", FakeHardware::floatFormat(44100, 2, false), {}});
     auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 2.0);
-    auto engine = rig.makeEngine(rig.configuration({source}));
+    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(1.0);
     rig.hardware->setDefaultOutputDevice(headphones);
@@ -300,7 +298,7 @@ TEST(RecordingEngineTest, ARestartThatFailsReportsTheOutputChange) {
     const auto headphones = rig.hardware->addDevice(
         {"headphones", "Headphones", FakeHardware::floatFormat(48000, 2), {}});
     auto source = rig.addSource("A", kStereo48, 1000.0, 0.5f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({source}));
+    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.3);
     rig.hardware->failNext(HardwareOperation::deviceStart, 1852797029);

@@ -18,7 +18,7 @@ void CompletionThread::run() {
     while (!stopping_.load()) {
         if (drain()) {
             // More are likely on the way: look again soon rather than be woken for each.
-            (void)signal_.try_acquire_for(kPoll);
+            (void)signal_.tryAcquireFor(kPoll);
             continue;
         }
         idle_.store(true, std::memory_order_release);

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <semaphore>
 #include <thread>
 
 #include "platform/av/PCMBuffer.h"
 #include "platform/av/detail/MpscQueue.h"
+#include "platform/dispatch/Semaphore.h"
 
 namespace bw::detail {
 
@@ -55,7 +55,7 @@ private:
     bool drain();
 
     MpscQueue queue_;
-    std::counting_semaphore<> signal_{0};
+    Semaphore signal_;
     std::atomic<bool> idle_{true};  // the thread waits without a deadline
     std::atomic<int> unannounced_{0};
     std::atomic<bool> stopping_{false};

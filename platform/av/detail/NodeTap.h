@@ -3,13 +3,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <semaphore>
 #include <thread>
 #include <vector>
 
 #include "platform/av/AudioFormat.h"
 #include "platform/av/AudioTapBlock.h"
 #include "platform/av/detail/FloatRing.h"
+#include "platform/dispatch/Semaphore.h"
 
 namespace bw::detail {
 
@@ -50,7 +50,7 @@ private:
         AudioTapBlock block;
         AudioTapDropHandler onDrop;  // emptied once told
         FloatRing ring;
-        std::counting_semaphore<> signal{0};
+        Semaphore signal;
         std::atomic<bool> stopping{false};
         std::atomic<std::uint64_t> dropped{0};
         std::uint64_t delivered = 0;  // frames handed to the block, on the tap's thread

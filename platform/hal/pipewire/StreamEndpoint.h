@@ -6,9 +6,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <semaphore>
 #include <string>
 
+#include "platform/dispatch/Semaphore.h"
 #include "platform/hal/AudioHardware.h"
 #include "platform/hal/pipewire/SampleRing.h"
 
@@ -59,7 +59,7 @@ public:
     void stopIO();
 
     /// Capture: waits up to `timeout` for a cycle to arrive in the ring, or for `wake`.
-    void waitForAudio(std::chrono::milliseconds timeout) { (void)signal_.try_acquire_for(timeout); }
+    void waitForAudio(std::chrono::milliseconds timeout) { (void)signal_.tryAcquireFor(timeout); }
     void wake() { signal_.release(); }
     /// Capture: samples dropped so far because the ring was full.
     std::uint64_t dropped() const { return dropped_.load(std::memory_order_relaxed); }
@@ -78,11 +78,11 @@ private:
     const bool playback_ = false;
     const std::uint32_t channels_ = 2;
     const double rate_;
-    std::unique_ptr<SampleRing> ring_;     // capture: realtime thread → pump
-    std::counting_semaphore<> signal_{0};  // capture: wakes the pump
-    std::atomic<bool> consuming_{false};   // capture: a started IO proc reads the ring
-    std::atomic<bool> rendering_{false};   // playback: the IO block may run
-    AudioDeviceIOBlock block_;             // playback: called on the realtime thread
+    std::unique_ptr<SampleRing> ring_;    // capture: realtime thread → pump
+    Semaphore signal_;                    // capture: wakes the pump
+    std::atomic<bool> consuming_{false};  // capture: a started IO proc reads the ring
+    std::atomic<bool> rendering_{false};  // playback: the IO block may run
+    AudioDeviceIOBlock block_;            // playback: called on the realtime thread
     std::atomic<std::uint64_t> dropped_{0};
     double sampleTime_ = 0;  // realtime thread, or the stand-in clock
 };
