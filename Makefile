@@ -1,7 +1,8 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build run test test-tsan bench install translations clean format
+.PHONY: deps configure build run test test-tsan bench install package package-test translations \
+	clean format
 
 deps:
 	@scripts/install-deps
@@ -23,6 +24,17 @@ install: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+# The Debian package of the build the tests run (RelWithDebInfo), stripped:
+# $(BUILD)/brightwave-record_<version>_<arch>.deb
+package: build
+	@scripts/install-deps packaging
+	@cd $(BUILD) && rm -f brightwave-record_*.deb && cpack -G DEB
+
+# Checks the package: installs it into this machine (root or sudo), starts the installed program,
+# purges it.
+package-test: package
+	@tests/package-check $(BUILD)/brightwave-record_*.deb
 
 # Every test again under ThreadSanitizer, but the live recordings and the accessibility bus check:
 # those run real servers, tools and a whole session that aren't instrumented.
