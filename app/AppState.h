@@ -202,6 +202,8 @@ public:
     void markOnboardingCompleted();
     /// The store itself, for the objects that keep their own keys there.
     QSettings* defaults() const { return defaults_.get(); }
+    /// The clock the application's periodic tasks sleep on (the walkthrough's schedule too).
+    Clock& clock() const { return *clock_; }
 
     /// The folder in force: the preference's folder, else the default one. Computed at each read.
     QUrl recordingsFolderURL() const;

@@ -6,21 +6,16 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
-#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSettings>
 #include <QShowEvent>
 #include <QStackedWidget>
-#include <QStandardPaths>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
 
-#include "app/AppState.h"
-#include "app/SharedResult.h"
-#include "capture/SystemAudioPermission.h"
+#include "app/OnboardingController.h"
 #include "interface/ArmIndicator.h"
 #include "interface/ConsoleSurface.h"
 #include "interface/RecordButton.h"
@@ -220,13 +215,11 @@ QVBoxLayout* centredColumn(QWidget* page, int spacing, int horizontalPadding) {
 
 }  // namespace
 
-OnboardingView::OnboardingView(std::shared_ptr<SystemAudioTapProbe> probe, QSettings* defaults,
-                               ConsoleClock* clock, QWidget* parent)
+OnboardingView::OnboardingView(OnboardingController& controller, ConsoleClock* clock,
+                               QWidget* parent)
     : QWidget(parent),
-      defaults_(defaults),
-      clock_(clock != nullptr ? clock : ConsoleClock::system()),
-      permission_(new SystemAudioPermission(std::move(probe), defaults, this)),
-      openSettings_(&OnboardingView::openDesktopAudioSettings) {
+      controller_(controller),
+      clock_(clock != nullptr ? clock : ConsoleClock::system()) {
     setFixedSize(fixedWidth, fixedHeight);
     setPalette(Theme::consolePalette());
     setAutoFillBackground(true);
@@ -250,7 +243,7 @@ OnboardingView::OnboardingView(std::shared_ptr<SystemAudioTapProbe> probe, QSett
     column->addWidget(pages_, 1);
     column->addWidget(buildNavigation());
 
-    connect(permission_, &SystemAudioPermission::statusChanged, this,
+    connect(&controller_, &OnboardingController::permissionStatusChanged, this,
             &OnboardingView::updatePermission);
     connect(clock_, &ConsoleClock::frame, this, &OnboardingView::advanceFade);
     updatePermission();
@@ -258,9 +251,9 @@ OnboardingView::OnboardingView(std::shared_ptr<SystemAudioTapProbe> probe, QSett
 }
 
 OnboardingView::~OnboardingView() {
-    stopPermissionSchedule();
+    controller_.setPermissionStepShown(false);
     if (shown_) {
-        markCompleted();
+        controller_.markCompleted();
     }
 }
 
@@ -327,7 +320,7 @@ QWidget* OnboardingView::buildPermissionPage() {
 
     allow_ = prominentButton(tr("Allow Access"), Theme::title3Font(QFont::DemiBold), 24, 6, page);
     allow_->setDefault(true);
-    connect(allow_, &QPushButton::clicked, this, [this] { permission_->request(); });
+    connect(allow_, &QPushButton::clicked, this, [this] { controller_.requestPermission(); });
     column->addWidget(allow_, 0, Qt::AlignHCenter);
 
     requesting_ = new QProgressBar(page);
@@ -343,11 +336,8 @@ QWidget* OnboardingView::buildPermissionPage() {
 
     openSettingsButton_ =
         prominentButton(tr("Open Sound Settings"), Theme::bodyFont(), 14, 3, page);
-    connect(openSettingsButton_, &QPushButton::clicked, this, [this] {
-        if (openSettings_) {
-            openSettings_();
-        }
-    });
+    connect(openSettingsButton_, &QPushButton::clicked, this,
+            [this] { controller_.openSoundSettings(); });
     column->addWidget(openSettingsButton_, 0, Qt::AlignHCenter);
     column->addStretch(1);
     return page;
@@ -425,7 +415,7 @@ void OnboardingView::setStep(int step) {
     clock_->requestFrame();
 
     updateNavigation();
-    restartPermissionSchedule();
+    updatePermissionStepShown();
     startDemoMeter();
     emit stepChanged(step_);
 }
@@ -451,14 +441,15 @@ void OnboardingView::updateNavigation() {
     const bool last = step_ == stepCount - 1;
     forward_->setVisible(!last);
     forward_->setEnabled(!last);
-    const bool mayAskLater = step_ == permissionStep && permission_->status() == Status::unknown;
+    const bool mayAskLater =
+        step_ == permissionStep && controller_.permissionStatus() == Status::unknown;
     forward_->setText(mayAskLater ? tr("Skip") : tr("Continue"));
     static_cast<StepDots*>(dots_)->setCurrent(step_);
     dots_->setAccessibleName(tr("Step %1 of %2").arg(step_ + 1).arg(stepCount));
 }
 
 void OnboardingView::updatePermission() {
-    const Status status = permission_->status();
+    const Status status = controller_.permissionStatus();
     if (status == Status::granted) {
         permissionSymbol_->setSymbol("checkmark.circle.fill", Theme::green());
     } else {
@@ -495,60 +486,8 @@ void OnboardingView::updatePermission() {
     updateNavigation();
 }
 
-bool OnboardingView::isPermissionScheduleRunning() const {
-    return permissionTask_ && !permissionTask_->isCancelled() && !permissionTask_->isFinished();
-}
-
-void OnboardingView::stopPermissionSchedule() {
-    if (permissionTask_) {
-        permissionTask_->cancel();
-        permissionTask_.reset();
-    }
-}
-
-void OnboardingView::restartPermissionSchedule() {
-    stopPermissionSchedule();
-    if (step_ != permissionStep || !isVisible()) {
-        return;
-    }
-    permissionTask_ = TaskHandle::start(
-        [this](CancellationToken cancellation) { return runPermissionSchedule(cancellation); });
-}
-
-QCoro::Task<void> OnboardingView::runPermissionSchedule(CancellationToken cancellation) {
-    // `this` is only touched while the token is live: the view cancels it before it goes.
-    SystemAudioPermission* permission = permission_;
-    if (permission->attemptedBefore() && permission->status() == Status::unknown) {
-        co_await permission->recheck();
-        if (cancellation->isCancelled()) {
-            co_return;
-        }
-    }
-    for (;;) {
-        if (!co_await sleep(permissionRecheckInterval, cancellation)) {
-            co_return;
-        }
-        if (permission->status() == Status::denied) {
-            co_await permission->recheck();
-        }
-        if (cancellation->isCancelled()) {
-            co_return;
-        }
-    }
-}
-
-QCoro::Task<bool> OnboardingView::sleep(std::chrono::milliseconds duration,
-                                        CancellationToken cancellation) {
-    if (cancellation->isCancelled()) {
-        co_return false;
-    }
-    SharedResult<bool> woken;
-    // A deadline that fires after a cancellation finds the result already set.
-    clock_->callAt(clock_->now() + duration, this, [woken]() mutable { woken.set(true); });
-    const auto ticket = cancellation->onCancel([woken]() mutable { woken.set(false); });
-    const bool slept = co_await woken;
-    cancellation->forget(ticket);
-    co_return slept;
+void OnboardingView::updatePermissionStepShown() {
+    controller_.setPermissionStepShown(step_ == permissionStep && isVisible());
 }
 
 float OnboardingView::demoMeterLevel(double seconds) {
@@ -577,29 +516,24 @@ void OnboardingView::startDemoMeter() {
     });
 }
 
-void OnboardingView::markCompleted() {
-    defaults_->setValue(AppState::kHasCompletedOnboardingKey, true);
-    defaults_->sync();  // on disk now, however the program ends
-}
-
 void OnboardingView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     shown_ = true;
-    restartPermissionSchedule();
+    updatePermissionStepShown();
     startDemoMeter();
 }
 
 void OnboardingView::hideEvent(QHideEvent* event) {
     QWidget::hideEvent(event);
-    stopPermissionSchedule();
+    controller_.setPermissionStepShown(false);
     // A minimised window comes back; only a hide of the program's own counts as leaving.
     if (!event->spontaneous()) {
-        markCompleted();
+        controller_.markCompleted();
     }
 }
 
 void OnboardingView::closeEvent(QCloseEvent* event) {
-    markCompleted();
+    controller_.markCompleted();
     QWidget::closeEvent(event);
 }
 
@@ -612,52 +546,6 @@ void OnboardingView::keyPressEvent(QKeyEvent* event) {
     } else {
         QWidget::keyPressEvent(event);
     }
-}
-
-bool OnboardingView::openDesktopAudioSettings() {
-    const auto command = desktopAudioSettingsCommand(
-        qEnvironmentVariable("XDG_CURRENT_DESKTOP"),
-        [](const QString& name) { return QStandardPaths::findExecutable(name); });
-    return command && QProcess::startDetached(command->program, command->arguments);
-}
-
-std::optional<OnboardingView::SettingsCommand> OnboardingView::desktopAudioSettingsCommand(
-    const QString& desktops, const std::function<QString(const QString&)>& find) {
-    struct Candidate {
-        QStringList desktops;  // empty: a mixer that works anywhere
-        QString program;
-        QStringList arguments;
-    };
-    static const std::vector<Candidate> candidates = {
-        {{"GNOME", "Unity"}, "gnome-control-center", {"sound"}},
-        {{"KDE"}, "systemsettings", {"kcm_pulseaudio"}},
-        {{}, "pavucontrol", {}},
-        {{}, "pwvucontrol", {}},
-    };
-    const QStringList running = desktops.split(':', Qt::SkipEmptyParts);
-    const auto ownDesktop = [&](const Candidate& c) {
-        return std::any_of(c.desktops.begin(), c.desktops.end(), [&](const QString& d) {
-            return running.contains(d, Qt::CaseInsensitive);
-        });
-    };
-    // The desktop's own settings first, then a mixer, then any other desktop's settings.
-    const std::vector<std::function<bool(const Candidate&)>> passes = {
-        ownDesktop,
-        [](const Candidate& c) { return c.desktops.isEmpty(); },
-        [](const Candidate&) { return true; },
-    };
-    for (const auto& pass : passes) {
-        for (const auto& candidate : candidates) {
-            if (!pass(candidate)) {
-                continue;
-            }
-            const QString path = find(candidate.program);
-            if (!path.isEmpty()) {
-                return SettingsCommand{path, candidate.arguments};
-            }
-        }
-    }
-    return std::nullopt;
 }
 
 }  // namespace bw

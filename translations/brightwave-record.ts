@@ -189,7 +189,7 @@
 <context>
     <name>bw::BrightwaveRecordApp</name>
     <message>
-        <location filename="../app/shell/BrightwaveRecordApp.cpp" line="+99"/>
+        <location filename="../shell/BrightwaveRecordApp.cpp" line="+99"/>
         <source>Brightwave Record Help</source>
         <translation type="unfinished"></translation>
     </message>
@@ -215,7 +215,7 @@
 <context>
     <name>bw::CheckForUpdatesCommand</name>
     <message>
-        <location filename="../app/shell/CheckForUpdatesCommand.cpp" line="+8"/>
+        <location filename="../shell/CheckForUpdatesCommand.cpp" line="+8"/>
         <source>Check for Updates…</source>
         <translation type="unfinished"></translation>
     </message>
@@ -366,7 +366,7 @@
 <context>
     <name>bw::HelpMenuButton</name>
     <message>
-        <location filename="../app/shell/HelpMenuButton.cpp" line="+10"/>
+        <location filename="../shell/HelpMenuButton.cpp" line="+10"/>
         <source>Brightwave Record Help</source>
         <translation type="unfinished"></translation>
     </message>
@@ -437,7 +437,7 @@
 <context>
     <name>bw::MainWindow</name>
     <message>
-        <location filename="../app/shell/MainWindow.cpp" line="+22"/>
+        <location filename="../shell/MainWindow.cpp" line="+22"/>
         <source>Brightwave Record</source>
         <translation type="unfinished"></translation>
     </message>
@@ -490,7 +490,7 @@
 <context>
     <name>bw::MenuBarLabelView</name>
     <message>
-        <location filename="../app/shell/MenuBarLabelView.cpp" line="+18"/>
+        <location filename="../shell/MenuBarLabelView.cpp" line="+18"/>
         <source>Brightwave Record, recording, %1</source>
         <translation type="unfinished"></translation>
     </message>
@@ -655,7 +655,7 @@
 <context>
     <name>bw::RecordingMenuBarView</name>
     <message>
-        <location filename="../app/shell/RecordingMenuBarView.cpp" line="+53"/>
+        <location filename="../shell/RecordingMenuBarView.cpp" line="+53"/>
         <source>Open Brightwave Record</source>
         <translation type="unfinished"></translation>
     </message>

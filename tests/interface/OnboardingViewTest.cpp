@@ -9,17 +9,14 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
 
-#include "app/AppState.h"
-#include "capture/CoreAudioError.h"
-#include "capture/SystemAudioPermission.h"
+#include "app/OnboardingController.h"
 #include "interface/ManualConsoleClock.h"
 #include "interface/OnboardingView.h"
 #include "interface/SegmentedMeter.h"
 #include "interface/SymbolView.h"
+#include "tests/app/FakeClock.h"
+#include "tests/app/FakeTapProbe.h"
 #include "tests/app/QtTestSupport.h"
 
 namespace bw {
@@ -30,67 +27,32 @@ using Status = SystemAudioPermission::Status;
 using test::pumpFor;
 using test::pumpUntil;
 
-/// A probe whose answer the test sets and that can be held inside an attempt.
-class FakeProbe : public SystemAudioTapProbe {
-public:
-    Expected<void, ErrorRef> makeTap() override {
-        std::unique_lock guard(lock_);
-        ++attempts;
-        opened_.wait(guard, [this] { return !held_; });
-        if (grant) {
-            return {};
-        }
-        return Unexpected(makeError(CoreAudioError(-1, "create permission-check tap")));
-    }
-    void hold() {
-        std::lock_guard guard(lock_);
-        held_ = true;
-    }
-    void release() {
-        {
-            std::lock_guard guard(lock_);
-            held_ = false;
-        }
-        opened_.notify_all();
-    }
-
-    std::atomic<int> attempts{0};
-    std::atomic<bool> grant{false};
-
-private:
-    std::mutex lock_;
-    std::condition_variable opened_;
-    bool held_ = false;
-};
-
 struct Walkthrough {
     QTemporaryDir dir;
     QSettings defaults{dir.filePath("defaults.ini"), QSettings::IniFormat};
     ManualConsoleClock clock;
-    std::shared_ptr<FakeProbe> probe = std::make_shared<FakeProbe>();
+    test::FakeClock appClock;
+    std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
+    OnboardingController controller{probe, &defaults, appClock};
     std::unique_ptr<OnboardingView> view;
-    std::vector<Status> statuses;
     int settingsOpened = 0;
 
     explicit Walkthrough(bool attemptedBefore = false) {
         if (attemptedBefore) {
             defaults.setValue(SystemAudioPermission::kAttemptedKey, true);
         }
-        view = std::make_unique<OnboardingView>(probe, &defaults, &clock);
-        view->setOpenSettings([this] {
+        view = std::make_unique<OnboardingView>(controller, &clock);
+        controller.setOpenSettings([this] {
             ++settingsOpened;
             return true;
         });
-        QObject::connect(&view->permission(), &SystemAudioPermission::statusChanged,
-                         [this] { statuses.push_back(view->permission().status()); });
         view->show();
     }
 
     ~Walkthrough() {
         probe->release();
         view.reset();
-        // An attempt still under way finishes before the probe goes.
-        pumpFor(20);
+        pumpFor(20);  // an attempt still under way finishes before the probe goes
     }
 
     /// Read from the disk, not the store's cache: the program may end any moment after.
@@ -100,15 +62,9 @@ struct Walkthrough {
                file.readAll().contains("hasCompletedOnboarding=true");
     }
 
-    /// Moves the clock on and lets any attempt it started run and report.
     void advance(std::chrono::milliseconds by) {
         clock.advance(by, 100ms);
         pumpFor(30);
-    }
-
-    /// Waits for the status to have changed `count` times in all.
-    bool waitForStatuses(std::size_t count) {
-        return pumpUntil([&] { return statuses.size() >= count; });
     }
 };
 
@@ -154,132 +110,44 @@ TEST(OnboardingViewTest, NavigationRowFollowsTheStep) {
     EXPECT_EQ(w.view->step(), 3);
 }
 
-TEST(OnboardingViewTest, WithoutAnEarlierAttemptNothingIsProbedBeforeTheButton) {
+TEST(OnboardingViewTest, ThePermissionStepShowsTheStatusAndDrivesTheSchedule) {
     Walkthrough w;
-    w.probe->grant = true;
+    w.view->setStep(1);
+    EXPECT_FALSE(w.controller.isPermissionStepShown());
     w.view->setStep(OnboardingView::permissionStep);
-    EXPECT_TRUE(w.view->isPermissionScheduleRunning());
-    w.advance(7s);
-    EXPECT_EQ(w.probe->attempts.load(), 0);
+    EXPECT_TRUE(w.controller.isPermissionStepShown());
     EXPECT_TRUE(w.view->allowButton()->isVisible());
-    EXPECT_EQ(w.view->forwardButton()->text(), "Skip");
+    EXPECT_FALSE(w.view->openSettingsButton()->isVisible());
 
+    // Allow: requesting (the row stays usable meanwhile), then the answer.
     w.probe->hold();
     w.view->allowButton()->click();
-    EXPECT_EQ(w.view->permission().status(), Status::requesting);
     EXPECT_TRUE(w.view->requestingIndicator()->isVisible());
     EXPECT_FALSE(w.view->allowButton()->isVisible());
     EXPECT_EQ(w.view->forwardButton()->text(), "Continue");
-    EXPECT_TRUE(w.view->forwardButton()->isEnabled());  // the row stays usable meanwhile
+    EXPECT_TRUE(w.view->forwardButton()->isEnabled());
     w.probe->release();
-    ASSERT_TRUE(w.waitForStatuses(2));
-    EXPECT_EQ(w.statuses, (std::vector<Status>{Status::requesting, Status::granted}));
-    EXPECT_EQ(w.view->permissionSymbol()->symbol(), "checkmark.circle.fill");
+    ASSERT_TRUE(pumpUntil([&] { return w.controller.permissionStatus() == Status::denied; }));
     EXPECT_FALSE(w.view->requestingIndicator()->isVisible());
-
-    // Granted: the schedule only sleeps.
-    w.advance(9s);
-    EXPECT_EQ(w.probe->attempts.load(), 1);
-}
-
-TEST(OnboardingViewTest, AnEarlierAttemptGetsOneRecheckAtOnceWithoutRequesting) {
-    Walkthrough w(true);
-    w.probe->grant = true;
-    w.view->setStep(1);
-    w.advance(3s);
-    EXPECT_EQ(w.probe->attempts.load(), 0);  // only the permission step probes
-    w.view->setStep(OnboardingView::permissionStep);
-    ASSERT_TRUE(w.waitForStatuses(1));
-    EXPECT_EQ(w.statuses, (std::vector<Status>{Status::granted}));
-    EXPECT_EQ(w.view->forwardButton()->text(), "Continue");
-    w.advance(9s);
-    EXPECT_EQ(w.probe->attempts.load(), 1);
-}
-
-TEST(OnboardingViewTest, WhileDeniedOneAttemptEveryTwoSecondsAfterTheLastOneEnded) {
-    Walkthrough w(true);
-    w.view->setStep(OnboardingView::permissionStep);
-    ASSERT_TRUE(w.waitForStatuses(1));
-    EXPECT_EQ(w.view->permission().status(), Status::denied);
     EXPECT_TRUE(w.view->openSettingsButton()->isVisible());
-    EXPECT_FALSE(w.view->allowButton()->isVisible());
-    EXPECT_EQ(w.probe->attempts.load(), 1);
-
-    w.advance(1900ms);
-    EXPECT_EQ(w.probe->attempts.load(), 1);
-    // The second attempt takes 1.5 seconds of its own.
-    w.probe->hold();
-    w.advance(100ms);
-    ASSERT_TRUE(pumpUntil([&] { return w.probe->attempts.load() == 2; }));
-    w.advance(1500ms);
-    w.probe->release();
-    ASSERT_TRUE(w.waitForStatuses(2));
-    // The next sleep began when that attempt ended, not when it began.
-    w.advance(1900ms);
-    EXPECT_EQ(w.probe->attempts.load(), 2);
-    w.advance(100ms);
-    ASSERT_TRUE(w.waitForStatuses(3));
-    EXPECT_EQ(w.probe->attempts.load(), 3);
-
-    // The status survives a step away and back; away from the step nothing is probed.
-    w.view->setStep(3);
-    EXPECT_FALSE(w.view->isPermissionScheduleRunning());
-    w.advance(10s);
-    EXPECT_EQ(w.probe->attempts.load(), 3);
-    w.view->setStep(OnboardingView::permissionStep);
-    EXPECT_EQ(w.view->permission().status(), Status::denied);
-
-    // The user allows it in the desktop's settings: the next check sees it, then all is quiet.
-    w.probe->grant = true;
-    w.advance(2s);
-    ASSERT_TRUE(w.waitForStatuses(4));
-    EXPECT_EQ(w.view->permission().status(), Status::granted);
-    w.view->setStep(3);
-    EXPECT_EQ(w.view->readyText()->text(),
-              "Tick a source, press Record, and Brightwave Record takes care of the rest.");
-    w.view->setStep(OnboardingView::permissionStep);
-    w.advance(8s);
-    EXPECT_EQ(w.probe->attempts.load(), 4);
-
-    // A hidden window probes no more.
-    w.probe->grant = false;
-    w.view->hide();
-    EXPECT_FALSE(w.view->isPermissionScheduleRunning());
-}
-
-TEST(OnboardingViewTest, OpenSystemSettingsUsesTheDesktopsOwnSettingsWhereFound) {
-    Walkthrough w(true);
-    w.view->setStep(OnboardingView::permissionStep);
-    ASSERT_TRUE(w.waitForStatuses(1));
     w.view->openSettingsButton()->click();
     EXPECT_EQ(w.settingsOpened, 1);
 
-    struct Case {
-        const char* desktops;
-        QStringList installed;
-        QString program;  // empty: nothing to open
-        QStringList arguments;
-    };
-    const QStringList everything = {"gnome-control-center", "systemsettings", "pavucontrol"};
-    const std::vector<Case> cases = {
-        {"ubuntu:GNOME", everything, "/bin/gnome-control-center", {"sound"}},
-        {"KDE", everything, "/bin/systemsettings", {"kcm_pulseaudio"}},
-        {"XFCE", everything, "/bin/pavucontrol", {}},
-        {"XFCE", {"systemsettings"}, "/bin/systemsettings", {"kcm_pulseaudio"}},
-        {"GNOME", {"pwvucontrol"}, "/bin/pwvucontrol", {}},
-        {"GNOME", {}, "", {}},
-    };
-    for (const auto& c : cases) {
-        const auto command =
-            OnboardingView::desktopAudioSettingsCommand(c.desktops, [&](const QString& name) {
-                return c.installed.contains(name) ? "/bin/" + name : QString();
-            });
-        ASSERT_EQ(command.has_value(), !c.program.isEmpty()) << c.desktops;
-        if (command) {
-            EXPECT_EQ(command->program, c.program) << c.desktops;
-            EXPECT_EQ(command->arguments, c.arguments) << c.desktops;
-        }
-    }
+    // Granted by a later check: the check mark, and the last step says so.
+    w.probe->grant = true;
+    w.appClock.advance(2s);
+    ASSERT_TRUE(pumpUntil([&] { return w.controller.permissionStatus() == Status::granted; }));
+    EXPECT_EQ(w.view->permissionSymbol()->symbol(), "checkmark.circle.fill");
+    EXPECT_FALSE(w.view->openSettingsButton()->isVisible());
+    w.view->setStep(3);
+    EXPECT_FALSE(w.controller.isPermissionStepShown());
+    EXPECT_EQ(w.view->readyText()->text(),
+              "Tick a source, press Record, and Brightwave Record takes care of the rest.");
+
+    // A hidden window runs no schedule.
+    w.view->setStep(OnboardingView::permissionStep);
+    w.view->hide();
+    EXPECT_FALSE(w.controller.isPermissionStepShown());
 }
 
 TEST(OnboardingViewTest, EveryWayOfClosingCountsAsCompleted) {

@@ -9,6 +9,7 @@
 #include <QTabWidget>
 #include <QTest>
 
+#include "app/OnboardingController.h"
 #include "app/UpdaterService.h"
 #include "capture/CoreAudioError.h"
 #include "capture/SystemAudioPermission.h"
@@ -19,6 +20,7 @@
 #include "interface/OnboardingView.h"
 #include "interface/SettingsView.h"
 #include "interface/UpdateDialog.h"
+#include "tests/app/FakeClock.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/ViewRig.h"
 #include "tests/interface/WidgetImages.h"
@@ -76,7 +78,9 @@ TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
     QTemporaryDir dir;
     QSettings defaults(dir.filePath("defaults.ini"), QSettings::IniFormat);
     ManualConsoleClock clock;
-    OnboardingView view(std::make_shared<RefusingProbe>(), &defaults, &clock);
+    test::FakeClock appClock;
+    OnboardingController controller(std::make_shared<RefusingProbe>(), &defaults, appClock);
+    OnboardingView view(controller, &clock);
     const char* names[] = {"onboarding-welcome.png", "onboarding-how-it-works.png",
                            "onboarding-permission.png", "onboarding-ready.png"};
     for (int step = 0; step < OnboardingView::stepCount; ++step) {
@@ -101,7 +105,7 @@ TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
     view.hide();
     view.show();
     ASSERT_TRUE(test::pumpUntil(
-        [&] { return view.permission().status() == SystemAudioPermission::Status::denied; }));
+        [&] { return controller.permissionStatus() == SystemAudioPermission::Status::denied; }));
     clock.advance(1200ms);
     shoot(view, "onboarding-permission-denied.png");
     EXPECT_TRUE(view.openSettingsButton()->isVisible());

@@ -11,8 +11,8 @@
 #include <fstream>
 
 #include "app/AppState.h"
-#include "app/shell/BrightwaveRecordApp.h"
-#include "app/shell/MainWindow.h"
+#include "shell/BrightwaveRecordApp.h"
+#include "shell/MainWindow.h"
 #include "interface/ContentView.h"
 #include "interface/RecordButton.h"
 #include "interface/SourceRowView.h"

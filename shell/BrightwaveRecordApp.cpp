@@ -1,4 +1,4 @@
-#include "app/shell/BrightwaveRecordApp.h"
+#include "shell/BrightwaveRecordApp.h"
 
 #include <QApplication>
 #include <QEvent>
@@ -8,18 +8,19 @@
 #include "app/AppIconCache.h"
 #include "app/AppState.h"
 #include "app/AudioLevelTracker.h"
+#include "app/OnboardingController.h"
 #include "app/PlatformServices.h"
 #include "app/RecordingTimer.h"
 #include "app/UpdaterService.h"
-#include "app/shell/MainWindow.h"
-#include "app/shell/MenuBarExtra.h"
-#include "app/shell/TrayHostWatch.h"
 #include "capture/CoreAudioTapProbe.h"
 #include "interface/HelpView.h"
 #include "interface/OnboardingView.h"
 #include "interface/SettingsView.h"
 #include "interface/UpdateDialog.h"
 #include "platform/workspace/DesktopMotionSetting.h"
+#include "shell/MainWindow.h"
+#include "shell/MenuBarExtra.h"
+#include "shell/TrayHostWatch.h"
 
 namespace bw {
 
@@ -38,7 +39,10 @@ BrightwaveRecordApp::Dependencies BrightwaveRecordApp::system() {
         }
         if (id == QLatin1String("onboarding")) {
             auto probe = std::make_shared<CoreAudioTapProbe>(PlatformServices::shared().hardware());
-            auto* onboarding = new OnboardingView(std::move(probe), state->defaults());
+            auto* controller =
+                new OnboardingController(std::move(probe), state->defaults(), state->clock());
+            auto* onboarding = new OnboardingView(*controller);
+            controller->setParent(onboarding);
             onboarding->setReduceMotion(reduceMotion);
             return onboarding;
         }

@@ -1,4 +1,4 @@
-#include "app/shell/RecordingMenuBarView.h"
+#include "shell/RecordingMenuBarView.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -9,7 +9,7 @@
 
 #include "app/AppState.h"
 #include "app/RecordingTimer.h"
-#include "app/shell/MenuBarLevelMeter.h"
+#include "shell/MenuBarLevelMeter.h"
 #include "interface/SymbolImages.h"
 #include "interface/Theme.h"
 

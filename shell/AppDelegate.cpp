@@ -1,4 +1,4 @@
-#include "app/shell/AppDelegate.h"
+#include "shell/AppDelegate.h"
 
 #include <qcoro/qcorotask.h>
 

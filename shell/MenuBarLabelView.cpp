@@ -1,4 +1,4 @@
-#include "app/shell/MenuBarLabelView.h"
+#include "shell/MenuBarLabelView.h"
 
 #include "app/RecordingTimer.h"
 

@@ -1,9 +1,9 @@
 #include <QApplication>
 
 #include "app/Translations.h"
-#include "app/shell/ApplicationIcon.h"
-#include "app/shell/BrightwaveRecordApp.h"
-#include "app/shell/TerminationSignals.h"
+#include "shell/ApplicationIcon.h"
+#include "shell/BrightwaveRecordApp.h"
+#include "shell/TerminationSignals.h"
 
 int main(int argc, char* argv[]) {
     QApplication application(argc, argv);

@@ -1,4 +1,4 @@
-#include "app/shell/CheckForUpdatesCommand.h"
+#include "shell/CheckForUpdatesCommand.h"
 
 #include "app/UpdaterService.h"
 

@@ -9,15 +9,15 @@
 #include <QPushButton>
 #include <QTabWidget>
 
-#include "app/shell/HelpMenuButton.h"
-#include "app/shell/RecordingMenuBarView.h"
+#include "shell/HelpMenuButton.h"
+#include "shell/RecordingMenuBarView.h"
 #include "interface/ContentView.h"
 #include "interface/AboutSettingsView.h"
 #include "interface/GeneralSettingsView.h"
 #include "interface/RecordButton.h"
 #include "interface/SettingsView.h"
-#include "tests/app/shell/BusUnderThreadSanitizer.h"
-#include "tests/app/shell/ShellRig.h"
+#include "tests/shell/BusUnderThreadSanitizer.h"
+#include "tests/shell/ShellRig.h"
 #include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {

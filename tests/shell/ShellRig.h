@@ -3,13 +3,13 @@
 #include <QLabel>
 
 #include "app/UpdaterService.h"
-#include "app/shell/BrightwaveRecordApp.h"
-#include "app/shell/MainWindow.h"
-#include "app/shell/MenuBarExtra.h"
-#include "app/shell/TrayHostWatch.h"
+#include "shell/BrightwaveRecordApp.h"
+#include "shell/MainWindow.h"
+#include "shell/MenuBarExtra.h"
+#include "shell/TrayHostWatch.h"
 #include "interface/SettingsView.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/app/shell/FakeTrayHost.h"
+#include "tests/shell/FakeTrayHost.h"
 #include "tests/interface/ViewRig.h"
 
 namespace bw::test {

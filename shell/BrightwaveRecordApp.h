@@ -6,7 +6,7 @@
 #include <functional>
 #include <map>
 
-#include "app/shell/AppDelegate.h"
+#include "shell/AppDelegate.h"
 
 class QWidget;
 

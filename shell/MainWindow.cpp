@@ -1,11 +1,11 @@
-#include "app/shell/MainWindow.h"
+#include "shell/MainWindow.h"
 
 #include <QCloseEvent>
 #include <QMenuBar>
 
 #include "app/AppState.h"
-#include "app/shell/CheckForUpdatesCommand.h"
-#include "app/shell/HelpMenuButton.h"
+#include "shell/CheckForUpdatesCommand.h"
+#include "shell/HelpMenuButton.h"
 #include "interface/ContentView.h"
 #include "interface/RecordButton.h"
 

@@ -2,7 +2,7 @@
 #include <QDir>
 #include <QGuiApplication>
 
-#include "app/shell/ApplicationIcon.h"
+#include "shell/ApplicationIcon.h"
 
 int main(int argc, char* argv[]) {
     qputenv("QT_QPA_PLATFORM", "offscreen");

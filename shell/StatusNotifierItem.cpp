@@ -1,4 +1,4 @@
-#include "app/shell/StatusNotifierItem.h"
+#include "shell/StatusNotifierItem.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>

@@ -9,15 +9,15 @@
 #include <QPushButton>
 
 #include <QLabel>
-#include "app/shell/ApplicationIcon.h"
-#include "app/shell/MenuBarLabelView.h"
-#include "app/shell/MenuBarLevelMeter.h"
-#include "app/shell/RecordingMenuBarView.h"
+#include "shell/ApplicationIcon.h"
+#include "shell/MenuBarLabelView.h"
+#include "shell/MenuBarLevelMeter.h"
+#include "shell/RecordingMenuBarView.h"
 #include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
 #include "interface/Theme.h"
-#include "tests/app/shell/BusUnderThreadSanitizer.h"
-#include "tests/app/shell/ShellRig.h"
+#include "tests/shell/BusUnderThreadSanitizer.h"
+#include "tests/shell/ShellRig.h"
 #include "tests/interface/WidgetImages.h"
 #include "tests/support/PrivateSessionBus.h"
 

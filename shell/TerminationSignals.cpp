@@ -1,4 +1,4 @@
-#include "app/shell/TerminationSignals.h"
+#include "shell/TerminationSignals.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "app/shell/MenuBarLevelMeter.h"
+#include "shell/MenuBarLevelMeter.h"
 
 #include <QVBoxLayout>
 

@@ -1,4 +1,4 @@
-#include "app/shell/TrayHostWatch.h"
+#include "shell/TrayHostWatch.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -7,7 +7,7 @@
 #include <QDBusServiceWatcher>
 #include <QDBusVariant>
 
-#include "app/shell/StatusNotifierItem.h"
+#include "shell/StatusNotifierItem.h"
 
 namespace bw {
 namespace {

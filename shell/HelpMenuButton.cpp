@@ -1,4 +1,4 @@
-#include "app/shell/HelpMenuButton.h"
+#include "shell/HelpMenuButton.h"
 
 #include <QAction>
 #include <QMenu>

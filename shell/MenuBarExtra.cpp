@@ -1,4 +1,4 @@
-#include "app/shell/MenuBarExtra.h"
+#include "shell/MenuBarExtra.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -7,9 +7,9 @@
 #include <algorithm>
 
 #include "app/AppState.h"
-#include "app/shell/MenuBarLabelView.h"
-#include "app/shell/RecordingMenuBarView.h"
-#include "app/shell/StatusNotifierItem.h"
+#include "shell/MenuBarLabelView.h"
+#include "shell/RecordingMenuBarView.h"
+#include "shell/StatusNotifierItem.h"
 #include "interface/SymbolImages.h"
 #include "interface/Theme.h"
 

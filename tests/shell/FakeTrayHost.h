@@ -11,7 +11,7 @@
 #include <QStringList>
 #include <QtEndian>
 
-#include "app/shell/StatusNotifierItem.h"
+#include "shell/StatusNotifierItem.h"
 #include "tests/app/QtTestSupport.h"
 
 namespace bw::test {

@@ -1,4 +1,4 @@
-#include "app/shell/ApplicationIcon.h"
+#include "shell/ApplicationIcon.h"
 
 #include <QLinearGradient>
 #include <QPainter>

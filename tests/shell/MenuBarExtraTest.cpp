@@ -5,13 +5,13 @@
 #include <QPushButton>
 #include <QTest>
 
-#include "app/shell/MenuBarLabelView.h"
-#include "app/shell/MenuBarLevelMeter.h"
-#include "app/shell/RecordingMenuBarView.h"
+#include "shell/MenuBarLabelView.h"
+#include "shell/MenuBarLevelMeter.h"
+#include "shell/RecordingMenuBarView.h"
 #include "interface/ContentView.h"
 #include "interface/LevelMeterView.h"
-#include "tests/app/shell/BusUnderThreadSanitizer.h"
-#include "tests/app/shell/ShellRig.h"
+#include "tests/shell/BusUnderThreadSanitizer.h"
+#include "tests/shell/ShellRig.h"
 #include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
