@@ -48,6 +48,25 @@ void removeReservation(const QUrl& file) {
     }
 }
 
+void removeReservation(const std::filesystem::path& file) {
+    removeReservation(urlOf(file));
+}
+
+/// A boolean preference as stored; anything but a boolean or the text "true" is false.
+bool storedFlag(const QVariant& value) {
+    if (value.typeId() == QMetaType::Bool) {
+        return value.toBool();
+    }
+    return value.typeId() == QMetaType::QString &&
+           value.toString().compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+}
+
+/// The names a start reserves: the recording's and, by source id, each source's own.
+struct ReservedNames {
+    QUrl recording;
+    std::map<std::string, std::filesystem::path> sources;
+};
+
 }  // namespace
 
 AppState::AppState(AppStateDependencies dependencies, QObject* parent)
@@ -65,6 +84,7 @@ AppState::AppState(AppStateDependencies dependencies, QObject* parent)
     passthroughEnabled_ = defaults_->value(kPassthroughEnabledKey, false).toBool();
     recordingFormatRaw_ = defaults_->value(kRecordingFormatKey, QStringLiteral("m4a")).toString();
     recordingsFolderPath_ = defaults_->value(kRecordingsFolderPathKey, QString()).toString();
+    saveSourceFiles_ = storedFlag(defaults_->value(kSaveSourceFilesKey));
     if (dependencies_.watchSources) {
         // The relay lives as long as the watch's callback may run; it is deleted on its thread.
         std::shared_ptr<QObject> relay(new QObject, [](QObject* object) { object->deleteLater(); });
@@ -357,21 +377,43 @@ QCoro::Task<void> AppState::startRecording() {
     const QString extension = QString::fromStdString(configuration.format.rawValue());
 
     const QDateTime date = clock_->now();
-    auto naming = [folder, date, extension] {
-        return OutputNaming::makeOutputURL(folder, date, extension);
+    std::vector<std::pair<std::string, QString>> ownFiles;  // source id, name
+    if (saveSourceFiles_) {
+        for (const auto& source : configuration.sources) {
+            ownFiles.emplace_back(source.id, QString::fromStdString(source.name));
+        }
+    }
+    auto naming = [folder, date, extension, ownFiles] {
+        ReservedNames names;
+        names.recording = OutputNaming::makeOutputURL(folder, date, extension);
+        for (const auto& [id, name] : ownFiles) {
+            names.sources[id] =
+                QFile::encodeName(
+                    OutputNaming::makeSourceFileURL(names.recording, name).toLocalFile())
+                    .toStdString();
+        }
+        return names;
     };
-    const QUrl outputURL = co_await runOffMainThread(std::move(naming));
+    const ReservedNames names = co_await runOffMainThread(std::move(naming));
     if (!self) {
         co_return;
     }
+    const QUrl outputURL = names.recording;
+    const auto releaseNames = [&names] {
+        removeReservation(names.recording);
+        for (const auto& [id, file] : names.sources) {
+            removeReservation(file);
+        }
+    };
 
     configuration.volumes = volumes_;
     configuration.passthroughEnabled = passthroughEnabled_;
     configuration.fileURL = QFile::encodeName(outputURL.toLocalFile()).toStdString();
+    configuration.sourceFileURLs = names.sources;
 
     std::shared_ptr<RecordingEngineSession> engine = recordingEngineFactory_(configuration);
     if (!engine) {
-        removeReservation(outputURL);
+        releaseNames();
         setIsStartingRecording(false);
         co_return;
     }
@@ -390,18 +432,25 @@ QCoro::Task<void> AppState::startRecording() {
         co_return;
     }
     if (!started) {
-        removeReservation(outputURL);
+        releaseNames();
         setErrorMessage(describe(started.error()));
         setIsStartingRecording(false);
         co_return;
     }
 
     engine_ = engine;
+    sourceFileFailuresShown_ = 0;
     QStringList warnings;
-    for (const auto& [id, failure] : engine->sourceFailures()) {
+    const auto failures = engine->sourceFailures();
+    for (const auto& [id, failure] : failures) {
         warnings.append(QString::fromStdString(failure));
+        // A source that didn't start has no file of its own.
+        if (const auto own = names.sources.find(id); own != names.sources.end()) {
+            removeReservation(own->second);
+        }
     }
     setSourceWarnings(std::move(warnings));
+    showSourceFileFailures(*engine);
     setIsRecording(true);
     recordingStartDate_ = clock_->now();
     startLevelUpdates();
@@ -463,6 +512,8 @@ QCoro::Task<void> AppState::stopRecording() {
             setSourceWarnings(std::move(warnings));
         }
     }
+    // Whatever became of the mix, the user learns which sources' own files are incomplete.
+    showSourceFileFailures(*engine);
     // The lists were frozen during the recording.
     co_await refreshSources();
 }
@@ -576,6 +627,12 @@ void AppState::setRecordingsFolderPath(const QString& path) {
     emit recordingsFolderPathChanged();
 }
 
+void AppState::setSaveSourceFiles(bool enabled) {
+    saveSourceFiles_ = enabled;
+    writeDefault(kSaveSourceFilesKey, enabled);
+    emit saveSourceFilesChanged();
+}
+
 bool AppState::hasCompletedOnboarding() const {
     return defaults_->value(kHasCompletedOnboardingKey, false).toBool();
 }
@@ -680,6 +737,19 @@ void AppState::setSavedMessage(OptionalText message) {
 void AppState::setShowSelectionHint(bool value) {
     showSelectionHint_ = value;
     emit showSelectionHintChanged();
+}
+
+void AppState::showSourceFileFailures(const RecordingEngineSession& engine) {
+    const auto failures = engine.sourceFileFailures();
+    if (failures.size() <= sourceFileFailuresShown_) {
+        return;
+    }
+    QStringList warnings = sourceWarnings_;
+    for (std::size_t i = sourceFileFailuresShown_; i < failures.size(); ++i) {
+        warnings.append(QString::fromStdString(failures[i]));
+    }
+    sourceFileFailuresShown_ = failures.size();
+    setSourceWarnings(std::move(warnings));
 }
 
 }  // namespace bw

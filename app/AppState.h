@@ -61,14 +61,17 @@ private:
                    recordingFormatRawChanged)
     Q_PROPERTY(QString recordingsFolderPath READ recordingsFolderPath WRITE setRecordingsFolderPath
                    NOTIFY recordingsFolderPathChanged)
+    Q_PROPERTY(bool saveSourceFiles READ saveSourceFiles WRITE setSaveSourceFiles NOTIFY
+                   saveSourceFilesChanged)
 
 public:
-    // The preference keys. The last is written by the walkthrough; the system audio permission's
-    // attempt is kept under SystemAudioPermission::kAttemptedKey.
+    // The preference keys. The onboarding's is written by the walkthrough; the system audio
+    // permission's attempt is kept under SystemAudioPermission::kAttemptedKey.
     static constexpr const char* kPassthroughEnabledKey = "passthroughEnabled";
     static constexpr const char* kRecordingFormatKey = "recordingFormat";
     static constexpr const char* kRecordingsFolderPathKey = "recordingsFolderPath";
     static constexpr const char* kHasCompletedOnboardingKey = "hasCompletedOnboarding";
+    static constexpr const char* kSaveSourceFilesKey = "saveSourceFiles";
 
     static constexpr auto kSourceRefreshInterval = std::chrono::seconds(5);
     /// After the audio server announces a change, the lists are read again this much later, so
@@ -83,7 +86,7 @@ public:
     static constexpr float kLevelDecay = 0.72f;
     static constexpr float kLevelFloor = 0.005f;
 
-    /// Reads the three preferences of its own from `dependencies.defaults`.
+    /// Reads the four preferences of its own from `dependencies.defaults`.
     explicit AppState(AppStateDependencies dependencies, QObject* parent = nullptr);
     /// Cancels the periodic refresh, the level step and the selection hint's timer.
     ~AppState() override;
@@ -153,14 +156,16 @@ public:
     void toggleRecording();
 
     /// Starts a recording of `selectedSources`: asks for the microphone when one is ticked,
-    /// names the file, makes and starts the engine. Failures end in `errorMessage`; nothing
-    /// throws. Does nothing while busy or with nothing ticked.
+    /// names the file (and, with `saveSourceFiles`, one file per source beside it), makes and
+    /// starts the engine. Failures end in `errorMessage`; nothing throws. Does nothing while busy
+    /// or with nothing ticked. Names reserved for sources that did not start are freed again.
     QCoro::Task<void> startRecording();
 
     /// Stops the running recording and waits for the finished file; a call while a stop runs
     /// waits for that one and does nothing more, a call with no recording does nothing. Ends
     /// with the saved message (unless the recording failed), a warning per silent source and a
-    /// refresh of the lists.
+    /// refresh of the lists. A source's own file that failed is a warning at the start or here,
+    /// whichever comes first after the failure.
     QCoro::Task<void> stopRecording();
 
     /// For the quit: waits (in 10 ms steps) for a start under way, then for the stop.
@@ -197,6 +202,10 @@ public:
     /// An absolute folder path; empty means the default folder.
     const QString& recordingsFolderPath() const { return recordingsFolderPath_; }
     void setRecordingsFolderPath(const QString& path);
+    /// Every source of a recording also goes to a file of its own beside the mix. Read at the
+    /// start of a recording; stored as a boolean, and anything else reads as false.
+    bool saveSourceFiles() const { return saveSourceFiles_; }
+    void setSaveSourceFiles(bool enabled);
     /// The onboarding's mark, read from the store at each call.
     bool hasCompletedOnboarding() const;
     void markOnboardingCompleted();
@@ -232,6 +241,7 @@ signals:
     void passthroughEnabledChanged();
     void recordingFormatRawChanged();
     void recordingsFolderPathChanged();
+    void saveSourceFilesChanged();
 
 private:
     void setAppSources(SourceList sources);
@@ -245,6 +255,8 @@ private:
     void setLastRecordingURL(OptionalURL url);
     void setSavedMessage(OptionalText message);
     void setShowSelectionHint(bool value);
+    /// Appends the engine's source file failures not shown yet to the warnings.
+    void showSourceFileFailures(const RecordingEngineSession& engine);
 
     QCoro::Task<void> refreshPeriodically(CancellationToken cancellation);
     /// A change announced by the audio server, on the main thread: a refresh soon, while the
@@ -278,7 +290,9 @@ private:
     bool passthroughEnabled_ = false;
     QString recordingFormatRaw_;
     QString recordingsFolderPath_;
+    bool saveSourceFiles_ = false;
     std::shared_ptr<RecordingEngineSession> engine_;
+    std::size_t sourceFileFailuresShown_ = 0;  // of the running engine's, already warnings
     std::optional<SharedResult<QUrl>> stoppingTask_;
     OptionalText sessionFailureMessage_;
     std::optional<QDateTime> recordingStartDate_;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <QDir>
+#include <QFileInfo>
 #include <QLocale>
 #include <QStandardPaths>
 #include <cerrno>
@@ -31,6 +32,26 @@ bool exists(const QString& path) {
     return ::stat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
+/// "base.ext", else "base (2).ext", … the first that could be claimed (or that can't be made at
+/// all: the recording's own file creation tells the user why).
+QString claimFirstFree(const QDir& dir, const QString& base, const QString& extension) {
+    QString candidate = dir.filePath(base + QLatin1Char('.') + extension);
+    for (qint64 counter = 2;; ++counter) {
+        if (!exists(candidate)) {
+            const Claim claimed = claim(candidate);
+            if (claimed != Claim::taken) {
+                return candidate;
+            }
+        }
+        candidate =
+            dir.filePath(QStringLiteral("%1 (%2).%3").arg(base).arg(counter).arg(extension));
+    }
+}
+
+// Bytes a source's name may take in a file name: with the recording's name, a counter and the
+// extension it stays far below the 255 bytes file systems allow.
+constexpr qsizetype kMostNameBytes = 120;
+
 }  // namespace
 
 QString OutputNaming::baseName(const QDateTime& date) {
@@ -56,18 +77,34 @@ QUrl OutputNaming::makeOutputURL(const QUrl& folder, const QDateTime& date,
     std::error_code ignored;
     std::filesystem::create_directories(QFile::encodeName(dir.path()).toStdString(), ignored);
 
-    QString candidate = dir.filePath(base + QLatin1Char('.') + extension);
-    for (qint64 counter = 2;; ++counter) {
-        if (!exists(candidate)) {
-            const Claim claimed = claim(candidate);
-            if (claimed != Claim::taken) {
-                break;  // ours, or unwritable: the engine's file creation tells the user why
-            }
+    return QUrl::fromLocalFile(claimFirstFree(dir, base, extension));
+}
+
+QUrl OutputNaming::makeSourceFileURL(const QUrl& recording, const QString& sourceName) {
+    const QFileInfo file(recording.toLocalFile());
+    const QString base =
+        file.completeBaseName() + QStringLiteral(" – ") + safeFileNamePart(sourceName);
+    return QUrl::fromLocalFile(claimFirstFree(file.dir(), base, file.suffix()));
+}
+
+QString OutputNaming::safeFileNamePart(const QString& name) {
+    QString safe;
+    for (const QChar c : name) {
+        if (c.category() == QChar::Other_Control || QStringLiteral("/\\:*?\"<>|").contains(c)) {
+            safe += QLatin1Char('-');
+        } else {
+            safe += c;
         }
-        candidate =
-            dir.filePath(QStringLiteral("%1 (%2).%3").arg(base).arg(counter).arg(extension));
     }
-    return QUrl::fromLocalFile(candidate);
+    safe = safe.simplified();
+    while (safe.startsWith(QLatin1Char('.')) || safe.startsWith(QLatin1Char(' '))) {
+        safe.remove(0, 1);
+    }
+    while (safe.toUtf8().size() > kMostNameBytes) {
+        safe.chop(safe.size() >= 2 && safe.back().isLowSurrogate() ? 2 : 1);
+    }
+    safe = safe.trimmed();
+    return safe.isEmpty() ? QStringLiteral("Source") : safe;
 }
 
 QString OutputNaming::displayPath(const QUrl& folder) {

@@ -29,6 +29,18 @@ public:
     /// thread.
     static QUrl makeOutputURL(const QUrl& folder, const QDateTime& date, const QString& extension);
 
+    /// The file of one source beside `recording`, in its folder and format: "<recording's name>
+    /// – <source name>.ext", else with " (2)", " (3)", … before the extension, claimed the same
+    /// exclusive way. The source's name is made safe first (`safeFileNamePart`). Blocks on the
+    /// file system: not on the main thread.
+    static QUrl makeSourceFileURL(const QUrl& recording, const QString& sourceName);
+
+    /// A name any common file system takes as part of a file name: no path separators, control
+    /// characters or characters that Windows file systems refuse (each becomes "-"), blanks
+    /// folded to one, no leading dots or blanks, at most 120 bytes of UTF-8 (cut between
+    /// characters); "Source" when nothing is left.
+    static QString safeFileNamePart(const QString& name);
+
     /// The folder as the user reads it: "~" for the home folder, else the path's components
     /// joined by " ▸ ", without the home part for a folder below home; "/" stays "/". Any
     /// thread.

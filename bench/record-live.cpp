@@ -1,13 +1,14 @@
 // Records real sources through RecordingEngine on PipeWireHardware.
 //
-//   record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] [--takes K]
-//               SOURCE[@VOLUME]...
+//   record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] [--source-files]
+//               [--takes K] SOURCE[@VOLUME]...
 //
 // SOURCE is `system`, `app:<bundle ID>`, `app:pid:<pid>` or `mic:<device UID>`. Prints one JSON
 // line: frames written, dropped buffers, CPU seconds, source failures, sources without audio, and
-// the failure that ended the recording early, if any. With --takes, K recordings follow one
-// another in the same process (FILE, then FILE with "-2", "-3"... before its extension), one line
-// each.
+// the failure that ended the recording early, if any. With --source-files each source also goes
+// to a file of its own beside FILE, named as the program names them; the line then also holds
+// those files by source id and their failures. With --takes, K recordings follow one another in
+// the same process (FILE, then FILE with "-2", "-3"... before its extension), one line each.
 
 #include <algorithm>
 #include <chrono>
@@ -21,6 +22,11 @@
 #include <thread>
 #include <vector>
 
+#include <QFile>
+#include <QString>
+#include <QUrl>
+
+#include "app/OutputNaming.h"
 #include "bench/CpuTime.h"
 #include "capture/CaptureFactory.h"
 #include "engine/RecordingEngine.h"
@@ -48,14 +54,14 @@ std::string jsonString(const std::string& text) {
 
 int record(const std::shared_ptr<PipeWireHardware>& hardware,
            const std::shared_ptr<SystemWorkspace>& workspace,
-           const RecordingEngineConfiguration& configuration, double seconds);
+           RecordingEngineConfiguration configuration, double seconds, bool sourceFiles);
 
 int usage() {
     std::fprintf(
         stderr,
         "usage: record-live --seconds N --format m4a|wav|aiff --out FILE [--passthrough] "
-        "[--takes K] SOURCE[@VOLUME]...\n  SOURCE: system | app:<bundle ID> | app:pid:<pid> | "
-        "mic:<device UID>\n");
+        "[--source-files] [--takes K] SOURCE[@VOLUME]...\n  SOURCE: system | app:<bundle ID> | "
+        "app:pid:<pid> | mic:<device UID>\n");
     return 2;
 }
 
@@ -66,6 +72,7 @@ int main(int argc, char** argv) {
     std::optional<RecordingFormat> format;
     std::string out;
     bool passthrough = false;
+    bool sourceFiles = false;
     int takes = 1;
     std::vector<std::pair<std::string, float>> requested;
     for (int i = 1; i < argc; ++i) {
@@ -78,6 +85,8 @@ int main(int argc, char** argv) {
             out = argv[++i];
         } else if (arg == "--passthrough") {
             passthrough = true;
+        } else if (arg == "--source-files") {
+            sourceFiles = true;
         } else if (arg == "--takes" && i + 1 < argc) {
             takes = std::max(1, std::atoi(argv[++i]));
         } else {
@@ -140,7 +149,7 @@ int main(int argc, char** argv) {
                                   next.extension().string());
             configuration.fileURL = next;
         }
-        status = record(hardware, workspace, configuration, seconds);
+        status = record(hardware, workspace, configuration, seconds, sourceFiles);
     }
     return status;
 }
@@ -149,8 +158,18 @@ namespace {
 
 int record(const std::shared_ptr<PipeWireHardware>& hardware,
            const std::shared_ptr<SystemWorkspace>& workspace,
-           const RecordingEngineConfiguration& configuration, double seconds) {
+           RecordingEngineConfiguration configuration, double seconds, bool sourceFiles) {
     const double cpu0 = bench::cpuSeconds();
+    if (sourceFiles) {
+        const auto recording =
+            QUrl::fromLocalFile(QFile::decodeName(configuration.fileURL.c_str()));
+        for (const auto& source : configuration.sources) {
+            const QUrl own =
+                OutputNaming::makeSourceFileURL(recording, QString::fromStdString(source.name));
+            configuration.sourceFileURLs[source.id] =
+                QFile::encodeName(own.toLocalFile()).toStdString();
+        }
+    }
     auto session = makeRecordingEngineFactory(hardware, workspace)(configuration);
     auto& engine = dynamic_cast<RecordingEngine&>(*session);
     std::mutex mutex;
@@ -190,15 +209,29 @@ int record(const std::shared_ptr<PipeWireHardware>& hardware,
         silent += (silent.size() > 1 ? "," : "") + jsonString(source.id);
     }
     silent += "]";
+    std::string ownFiles;
+    if (sourceFiles) {
+        ownFiles = ",\"source_files\":{";
+        for (const auto& [id, path] : configuration.sourceFileURLs) {
+            ownFiles += (ownFiles.back() == '{' ? "" : ",") + jsonString(id) + ":" +
+                        jsonString(path.string());
+        }
+        ownFiles += "},\"source_file_failures\":[";
+        for (const auto& text : engine.sourceFileFailures()) {
+            ownFiles += (ownFiles.back() == '[' ? "" : ",") + jsonString(text);
+        }
+        ownFiles += "]";
+    }
     std::lock_guard guard(mutex);
     std::printf(
         "{\"frames_written\":%lld,\"dropped_buffers\":%d,\"dropped_mix_frames\":%llu,"
-        "\"cpu_seconds\":%.3f,\"source_failures\":%s,\"sources_without_audio\":%s,"
+        "\"cpu_seconds\":%.3f,\"source_failures\":%s,\"sources_without_audio\":%s%s,"
         "\"failure\":%s}\n",
         static_cast<long long>(statistics.framesWritten),
         statistics.droppedCaptureBuffers + statistics.droppedMixBuffers,
         static_cast<unsigned long long>(statistics.droppedMixFrames), bench::cpuSeconds() - cpu0,
-        failures.c_str(), silent.c_str(), failure.empty() ? "null" : jsonString(failure).c_str());
+        failures.c_str(), silent.c_str(), ownFiles.c_str(),
+        failure.empty() ? "null" : jsonString(failure).c_str());
     return 0;
 }
 

@@ -1,6 +1,8 @@
 #include "engine/RecordingEngine.h"
 
+#include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <thread>
 
 #include "engine/GainLaw.h"
@@ -21,6 +23,7 @@ RecordingEngine::RecordingEngine(Configuration configuration,
       captureFactory_(std::move(captureFactory)),
       engine_(std::make_unique<AudioEngine>(hardware_)),
       recordMixer_(std::move(recordMixer)),
+      stemFailures_(std::make_shared<StemFailures>()),
       canonicalFormat_(*AudioFormat::standard(48000.0, 2)),
       controlQueue_(std::make_shared<SerialQueue>(kControlQueueLabel)) {}
 
@@ -58,17 +61,33 @@ std::vector<RecordingSource> RecordingEngine::sourcesWithoutAudio() const {
     return silent;
 }
 
+std::vector<std::string> RecordingEngine::sourceFileFailures() const {
+    std::lock_guard guard(stemFailures_->lock);
+    return stemFailures_->texts;
+}
+
+void RecordingEngine::StemFailures::add(std::string text) {
+    std::lock_guard guard(lock);
+    texts.push_back(std::move(text));
+}
+
 RecordingEngine::Statistics RecordingEngine::statistics() const {
     Statistics statistics;
     controlQueue_->sync([&] {
         for (const auto& active : activeSources_) {
             statistics.droppedCaptureBuffers += active.scheduler->droppedBuffers();
+            if (active.stemWriter) {
+                statistics.droppedMixBuffers += active.stemWriter->droppedBuffers();
+            }
+            if (active.stemMixer) {
+                statistics.droppedMixFrames += active.stemMixer->tapDroppedFrames();
+            }
         }
         if (lastWriter_) {
             statistics.framesWritten = lastWriter_->framesWritten();
-            statistics.droppedMixBuffers = lastWriter_->droppedBuffers();
+            statistics.droppedMixBuffers += lastWriter_->droppedBuffers();
         }
-        statistics.droppedMixFrames = recordMixer_->tapDroppedFrames();
+        statistics.droppedMixFrames += recordMixer_->tapDroppedFrames();
     });
     return statistics;
 }
@@ -147,7 +166,16 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
         engine_->attach(active.gainUnit);
         const AudioFormat format = capture->format().value_or(canonicalFormat_);
         engine_->connect(active.player, active.gainUnit, format);
-        engine_->connect(active.gainUnit, recordMixer_, format);
+        if (configuration_.sourceFileURLs.contains(source.id)) {
+            // The stem is the source after its fader, already in the mix's format: what the
+            // record mixer would have converted, converted one step earlier.
+            active.stemMixer = std::make_shared<AudioMixerNode>();
+            engine_->attach(active.stemMixer);
+            engine_->connect(active.gainUnit, active.stemMixer, format);
+            engine_->connect(active.stemMixer, recordMixer_, canonicalFormat_);
+        } else {
+            engine_->connect(active.gainUnit, recordMixer_, format);
+        }
         active.scheduler = std::make_shared<BoundedBufferScheduler>(active.player);
         active.audioReceived = std::make_shared<AudioReceivedFlag>();
         auto volume = configuration_.volumes.find(source.id);
@@ -168,10 +196,9 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
                                       " “" + folder.string() + "”",
                                   folderError)))));
     }
-    auto file = AudioFile::createForWriting(
-        configuration_.fileURL,
-        configuration_.format.fileSettings(canonicalFormat_.sampleRate(),
-                                           canonicalFormat_.channelCount()));
+    const AudioSettings settings = configuration_.format.fileSettings(
+        canonicalFormat_.sampleRate(), canonicalFormat_.channelCount());
+    auto file = AudioFile::createForWriting(configuration_.fileURL, settings);
     if (!file) {
         silenceAndStopCaptures();
         return Unexpected(
@@ -180,17 +207,10 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     fileWriter_ = std::make_shared<QueuedFileWriter>(std::move(file).value(),
                                                      QueuedFileWriter::kMaxPendingBuffers);
     lastWriter_ = fileWriter_;
+    openStems(settings);
 
-    // 4. The master tap: the mix's peak and its hand-over to the writer.
-    const bool tapped = recordMixer_->installTap(
-        0, kTapBufferSize, canonicalFormat_,
-        [levels = levels_, writer = fileWriter_, onFailure = failureCallback()](
-            std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
-            levels->record(RecordingSource::kMasterLevelKey, peakLevel(*buffer));
-            writer->write(std::move(buffer), onFailure);
-        },
-        [onFailure = failureCallback()] { onFailure(BoundedBufferScheduler::overrunMessage()); });
-    if (!tapped) {
+    // 4. The taps, all before the first render.
+    if (!installTaps()) {
         // Without the tap nothing would reach the file: an empty recording is no recording.
         return abandonFile(makeError(RecordingEngineError::mixNotTapped()));
     }
@@ -198,7 +218,7 @@ Expected<void, ErrorRef> RecordingEngine::runStartSequence() {
     // 5. Rendering.
     engine_->prepare();
     if (auto startedEngine = engine_->start(); !startedEngine) {
-        recordMixer_->removeTap(0);
+        removeTaps();
         return abandonFile(makeError(AVError(startedEngine.error())));
     }
     for (const auto& active : activeSources_) {
@@ -279,29 +299,25 @@ void RecordingEngine::runStopSequence(StopCompletion completion) {
         }
     }
 
-    recordMixer_->removeTap(0);
+    // Rendering ends before any tap comes off, so that the mix and every stem end on one frame.
+    engine_->stop();
+    removeTaps();
     for (const auto& active : activeSources_) {
         active.scheduler->stopAndForgetPending();
         active.player->stop();
     }
-    engine_->stop();
-    auto writer = std::move(fileWriter_);
-    if (writer) {
-        writer->close([completion = std::move(completion), url = configuration_.fileURL] {
-            if (completion) {
-                completion(url);
-            }
-        });
-    } else if (completion) {
-        completion(configuration_.fileURL);
-    }
+    closeWriters([completion = std::move(completion), url = configuration_.fileURL] {
+        if (completion) {
+            completion(url);
+        }
+    });
 }
 
 Unexpected<ErrorRef> RecordingEngine::abandonFile(ErrorRef error) {
     std::mutex closeMutex;
     std::condition_variable closeSignal;
     bool closed = false;
-    fileWriter_->close([&] {
+    closeWriters([&] {
         std::lock_guard guard(closeMutex);
         closed = true;
         closeSignal.notify_one();
@@ -310,11 +326,119 @@ Unexpected<ErrorRef> RecordingEngine::abandonFile(ErrorRef error) {
         std::unique_lock guard(closeMutex);
         closeSignal.wait(guard, [&] { return closed; });
     }
-    fileWriter_.reset();
     silenceAndStopCaptures();
     std::error_code ignored;
     std::filesystem::remove(configuration_.fileURL, ignored);
+    for (auto& active : activeSources_) {
+        if (active.stemWriter) {
+            std::filesystem::remove(configuration_.sourceFileURLs.at(active.source.id), ignored);
+            active.stemWriter.reset();
+        }
+    }
     return Unexpected(std::move(error));
+}
+
+void RecordingEngine::openStems(const AudioSettings& settings) {
+    for (auto& active : activeSources_) {
+        if (!active.stemMixer) {
+            continue;
+        }
+        const auto& url = configuration_.sourceFileURLs.at(active.source.id);
+        auto file = AudioFile::createForWriting(url, settings);
+        if (!file) {
+            stemFailures_->add(active.source.name + ": " +
+                               localized("RecordingEngine", "Its own file could not be created.") +
+                               " " + file.error().localizedDescription());
+            std::error_code ignored;
+            std::filesystem::remove(url, ignored);  // the empty name reserved for it
+            continue;
+        }
+        active.stemWriter = std::make_shared<QueuedFileWriter>(
+            std::move(file).value(), QueuedFileWriter::kMaxPendingBuffers);
+    }
+}
+
+bool RecordingEngine::installTaps() {
+    // The master tap: the mix's peak and its hand-over to the writer.
+    const bool tapped = recordMixer_->installTap(
+        0, kTapBufferSize, canonicalFormat_,
+        [levels = levels_, writer = fileWriter_, onFailure = failureCallback()](
+            std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
+            levels->record(RecordingSource::kMasterLevelKey, peakLevel(*buffer));
+            writer->write(std::move(buffer), onFailure);
+        },
+        [onFailure = failureCallback()] { onFailure(BoundedBufferScheduler::overrunMessage()); });
+    if (!tapped) {
+        return false;
+    }
+    for (auto& active : activeSources_) {
+        if (!active.stemWriter) {
+            continue;
+        }
+        auto onFailure = stemFailureCallback(active.source.name);
+        const bool stemTapped = active.stemMixer->installTap(
+            0, kTapBufferSize, canonicalFormat_,
+            [writer = active.stemWriter, onFailure](std::shared_ptr<PCMBuffer> buffer,
+                                                    AudioTimeStamp) {
+                writer->write(std::move(buffer), onFailure);
+            },
+            [onFailure] { onFailure(BoundedBufferScheduler::overrunMessage()); });
+        if (!stemTapped) {
+            onFailure(localized("RecordingEngine", "The source could not be routed to it."));
+        }
+    }
+    return true;
+}
+
+void RecordingEngine::removeTaps() {
+    recordMixer_->removeTap(0);
+    for (const auto& active : activeSources_) {
+        if (active.stemMixer) {
+            active.stemMixer->removeTap(0);
+        }
+    }
+}
+
+void RecordingEngine::closeWriters(std::function<void()> completion) {
+    std::vector<std::shared_ptr<QueuedFileWriter>> writers;
+    if (fileWriter_) {
+        writers.push_back(std::move(fileWriter_));
+        fileWriter_.reset();
+    }
+    for (const auto& active : activeSources_) {
+        if (active.stemWriter) {
+            writers.push_back(active.stemWriter);  // kept for the statistics
+        }
+    }
+    if (writers.empty()) {
+        if (completion) {
+            completion();
+        }
+        return;
+    }
+    // Each writer completes its file on its own queue, all at once; the last one to finish
+    // reports the recording complete.
+    auto remaining = std::make_shared<std::atomic<std::size_t>>(writers.size());
+    auto done = std::make_shared<std::function<void()>>(std::move(completion));
+    for (const auto& writer : writers) {
+        writer->close([remaining, done] {
+            if (remaining->fetch_sub(1) == 1 && *done) {
+                (*done)();
+            }
+        });
+    }
+}
+
+FailureCallback RecordingEngine::stemFailureCallback(const std::string& sourceName) {
+    // The tap and the writer each report once; the source's warning says it once.
+    auto told = std::make_shared<std::atomic<bool>>(false);
+    return [failures = stemFailures_, told, sourceName](const std::string& message) {
+        if (!told->exchange(true)) {
+            failures->add(sourceName + ": " +
+                          localized("RecordingEngine", "Its own file is incomplete.") + " " +
+                          message);
+        }
+    };
 }
 
 void RecordingEngine::silenceAndStopCaptures() {

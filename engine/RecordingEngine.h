@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "engine/RecordingEngineSession.h"
 #include "platform/av/AudioEngine.h"
 #include "platform/av/AudioMixerNode.h"
+#include "platform/av/AudioSettings.h"
 #include "platform/dispatch/SerialQueue.h"
 #include "platform/hal/AudioHardware.h"
 
@@ -23,6 +25,12 @@ namespace bw {
 /// mix is to be heard. Otherwise the captures clock the graph themselves (`CaptureClock`). Keeps
 /// the graph alive across audio configuration changes and takes everything down in a fixed order.
 /// One engine per recording.
+///
+/// A source with a file of its own (a stem) passes, after its gain unit, through a mixer of its
+/// own that converts it to the canonical format; that mixer's tap feeds the stem's writer. Every
+/// tap is on before the first render and comes off after the last, so the mix and the stems hold
+/// the same frames, sample for sample. A stem that fails only leaves a text in
+/// `sourceFileFailures`; the mix goes on.
 ///
 /// Owner: shared (`std::make_shared`); callbacks hold it weakly. Thread: the session members are
 /// called from the main thread; every sequence runs on `controlQueue`, which alone touches the
@@ -51,6 +59,7 @@ public:
     LevelStore& levels() override { return *levels_; }
     std::map<std::string, std::string> sourceFailures() const override;
     std::vector<RecordingSource> sourcesWithoutAudio() const override;
+    std::vector<std::string> sourceFileFailures() const override;
     void setErrorHandler(FailureCallback handler) override { errorHandler_ = std::move(handler); }
     void start(StartCompletion completion) override;
     void stop(StopCompletion completion) override;
@@ -60,8 +69,8 @@ public:
     struct Statistics {
         std::int64_t framesWritten = 0;
         int droppedCaptureBuffers = 0;       // at the schedulers' bound
-        int droppedMixBuffers = 0;           // at the writer's bound
-        std::uint64_t droppedMixFrames = 0;  // by the mixer's tap
+        int droppedMixBuffers = 0;           // at the writers' bounds, the stems' included
+        std::uint64_t droppedMixFrames = 0;  // by the taps, the stems' included
     };
     /// Waits for the control queue (any thread but a capture's or the writer's).
     Statistics statistics() const;
@@ -71,12 +80,29 @@ public:
     SerialQueue& controlQueue() { return *controlQueue_; }
 
 private:
+    /// Texts of failed stems, added from tap and writer threads.
+    struct StemFailures {
+        mutable std::mutex lock;
+        std::vector<std::string> texts;
+        void add(std::string text);
+    };
+
     Expected<void, ErrorRef> runStartSequence();
     void runStopSequence(StopCompletion completion);
     void restartAfterConfigurationChange();
     void silenceAndStopCaptures();
-    /// A start that fails once the file exists: closes and deletes the file, stops the captures.
+    /// A start that fails once the files exist: closes and deletes them, stops the captures.
     Unexpected<ErrorRef> abandonFile(ErrorRef error);
+    /// Creates each stem's file and writer; a stem that can't be made is told and left out.
+    void openStems(const AudioSettings& settings);
+    /// The mix's tap and then the stems'; false when the mix's could not be installed.
+    bool installTaps();
+    /// Every tap off; each hands over the whole buffers it still holds.
+    void removeTaps();
+    /// Closes the mix's and the stems' writers; `completion` once all of them are complete.
+    void closeWriters(std::function<void()> completion);
+    /// Reports a stem's loss once, under the source's name, as a warning.
+    FailureCallback stemFailureCallback(const std::string& sourceName);
     void applyGainLaw(const ActiveSource& active, float volume);
     BufferHandler makeBufferHandler(const ActiveSource& active, std::size_t index);
     FailureCallback failureCallback();
@@ -95,6 +121,7 @@ private:
     std::shared_ptr<QueuedFileWriter> lastWriter_;  // kept after the stop for its counters
     std::optional<AudioEngine::ObserverToken> configChangeObserver_;
     std::shared_ptr<CaptureClock> captureClock_;  // when nothing plays to the speakers
+    std::shared_ptr<StemFailures> stemFailures_;
     bool running_ = false;
     const AudioFormat canonicalFormat_;
     std::shared_ptr<SerialQueue> controlQueue_;

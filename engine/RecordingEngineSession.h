@@ -38,6 +38,10 @@ public:
     /// Sources that started but never delivered a buffer, in order. Read after the stop.
     virtual std::vector<RecordingSource> sourcesWithoutAudio() const = 0;
 
+    /// "name: reason" for each source whose own file could not be made or lost audio, in the order
+    /// they happened; the recording itself goes on. Grows during the recording; any thread.
+    virtual std::vector<std::string> sourceFileFailures() const = 0;
+
     /// Receives the failures of a running recording. Set once, before `start`.
     virtual void setErrorHandler(FailureCallback handler) = 0;
 
@@ -45,7 +49,8 @@ public:
     /// graph's own error when it cannot start.
     virtual void start(StartCompletion completion) = 0;
 
-    /// Stops the recording; the completion gets the file's location once the file is complete.
+    /// Stops the recording; the completion gets the file's location once the file, and every
+    /// source's own file, is complete.
     virtual void stop(StopCompletion completion) = 0;
 
     /// Changes one source's fader; queued, returns at once. Unknown ids are ignored.

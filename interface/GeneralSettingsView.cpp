@@ -1,5 +1,6 @@
 #include "interface/GeneralSettingsView.h"
 
+#include <QCheckBox>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
@@ -77,6 +78,11 @@ GeneralSettingsView::GeneralSettingsView(AppState& state, UpdaterService& update
     }
     form->addRow(tr("Recording format:"), formats_);
 
+    sourceFiles_ = new QCheckBox(tr("Also save each source as its own file"), this);
+    connect(sourceFiles_, &QCheckBox::clicked, this,
+            [this](bool checked) { state_.setSaveSourceFiles(checked); });
+    form->addRow(QString(), sourceFiles_);
+
     auto* folder = new QWidget(this);
     auto* folderColumn = new QVBoxLayout(folder);
     folderColumn->setContentsMargins(0, 0, 0, 0);
@@ -103,10 +109,13 @@ GeneralSettingsView::GeneralSettingsView(AppState& state, UpdaterService& update
 
     connect(&state_, &AppState::recordingFormatRawChanged, this,
             &GeneralSettingsView::updateFormat);
+    connect(&state_, &AppState::saveSourceFilesChanged, this,
+            &GeneralSettingsView::updateSourceFiles);
     connect(&state_, &AppState::recordingsFolderPathChanged, this,
             &GeneralSettingsView::updateFolder);
     connect(&state_, &AppState::isBusyChanged, this, &GeneralSettingsView::updateBusy);
     updateFormat();
+    updateSourceFiles();
     updateFolder();
     updateBusy();
 }
@@ -120,6 +129,10 @@ void GeneralSettingsView::updateFormat() {
     }
 }
 
+void GeneralSettingsView::updateSourceFiles() {
+    sourceFiles_->setChecked(state_.saveSourceFiles());
+}
+
 void GeneralSettingsView::updateFolder() {
     const QUrl folder = state_.recordingsFolderURL();
     folderDisplayPath_ = OutputNaming::displayPath(folder);
@@ -130,6 +143,7 @@ void GeneralSettingsView::updateFolder() {
 void GeneralSettingsView::updateBusy() {
     const bool busy = state_.isBusy();
     formats_->setEnabled(!busy);
+    sourceFiles_->setEnabled(!busy);
     choose_->setEnabled(!busy);
     busyNote_->setVisible(busy);
 }

@@ -119,6 +119,14 @@ HelpView::HelpView(QWidget* parent) : QWidget(parent) {
            "through your speakers, so recording a single app sounds the same either way."),
         content));
     column->addLayout(titledText(
+        tr("What does “Also save each source as its own file” do?"),
+        tr("Beside the mix, every source of the recording gets a file of its own, named after "
+           "the recording and the source, at its fader’s level — for editing a call or a "
+           "podcast afterwards. The files start and end together with the mix, so they line up "
+           "in any editor; a source that stayed silent gets a silent file. Turn it on in "
+           "Settings → General."),
+        content));
+    column->addLayout(titledText(
         tr("Nothing is recorded / permission problems"),
         tr("Brightwave Record records through PipeWire, your desktop’s audio service. If a "
            "recording can’t start, check that PipeWire is running; in a sandbox (Flatpak), allow "

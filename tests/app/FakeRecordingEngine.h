@@ -23,7 +23,8 @@ public:
     Expected<void, ErrorRef> startResult;
     std::map<std::string, std::string> failures;
     std::vector<RecordingSource> silentSources;
-    std::string failureDuringStart;  // reported on the handler before start completes
+    std::vector<std::string> fileFailures;  // may grow while recording
+    std::string failureDuringStart;         // reported on the handler before start completes
     bool holdStart = false;
     bool holdStop = false;
 
@@ -36,6 +37,7 @@ public:
     LevelStore& levels() override { return levels_; }
     std::map<std::string, std::string> sourceFailures() const override { return failures; }
     std::vector<RecordingSource> sourcesWithoutAudio() const override { return silentSources; }
+    std::vector<std::string> sourceFileFailures() const override { return fileFailures; }
     void setErrorHandler(FailureCallback handler) override { handler_ = std::move(handler); }
     void setVolume(float volume, const std::string& sourceID) override {
         volumeChanges.emplace_back(sourceID, volume);

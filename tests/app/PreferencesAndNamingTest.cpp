@@ -81,6 +81,41 @@ TEST(OutputNamingTest, AFolderThatCannotBeMadeStillGivesTheName) {
               QUrl::fromLocalFile(dir.filePath("plain-file/takes/" + kBase + ".aiff")));
 }
 
+TEST(OutputNamingTest, ASourcesOwnFileIsNamedAfterTheRecordingAndTheSourceMadeSafe) {
+    const std::pair<QString, QString> names[] = {
+        {"USB Mic", "USB Mic"},
+        {"Call: Anna/Ben\\*?\"<>|", "Call- Anna-Ben-------"},
+        {"..hidden", "hidden"},
+        {"  two \t words\n", "two - words-"},
+        {"", "Source"},
+        {QString(200, 'x'), QString(120, 'x')},
+        {QString::fromUtf8("🎵").repeated(40), QString::fromUtf8("🎵").repeated(30)},
+    };
+    for (const auto& [name, safe] : names) {
+        EXPECT_EQ(OutputNaming::safeFileNamePart(name), safe) << name.toStdString();
+    }
+
+    struct Case {
+        QStringList files;
+        QString recording, source, expected;
+    };
+    const Case cases[] = {
+        {{}, kBase + ".m4a", "USB Mic", kBase + " – USB Mic.m4a"},
+        {{kBase + " – pw-play.m4a"}, kBase + ".m4a", "pw-play", kBase + " – pw-play (2).m4a"},
+        {{}, kBase + " (2).wav", "a/b", kBase + " (2) – a-b.wav"},
+    };
+    for (const auto& c : cases) {
+        QTemporaryDir dir;
+        for (const auto& f : c.files) {
+            touch(dir.filePath(f));
+        }
+        const QUrl url = OutputNaming::makeSourceFileURL(
+            QUrl::fromLocalFile(dir.filePath(c.recording)), c.source);
+        EXPECT_EQ(url, QUrl::fromLocalFile(dir.filePath(c.expected))) << c.expected.toStdString();
+        EXPECT_EQ(QFileInfo(url.toLocalFile()).size(), 0) << "reserved";
+    }
+}
+
 TEST(OutputNamingTest, DisplayPathShowsTheFolderBelowHomeWithoutATilde) {
     const std::pair<QString, QString> cases[] = {
         {"/Users/me", "~"},
@@ -112,6 +147,7 @@ TEST(PreferencesTest, AnEmptyStoreGivesTheDefaultsAndEveryChangeIsWrittenAtOnce)
     EXPECT_EQ(rig.state->recordingsFolderURL(),
               QUrl::fromLocalFile(rig.dir.filePath("Music/BrightwaveRecord")));
     EXPECT_FALSE(rig.state->hasCompletedOnboarding());
+    EXPECT_FALSE(rig.state->saveSourceFiles());
     EXPECT_FALSE(rig.state->errorMessage().has_value());
 
     QSignalSpy format(rig.state.get(), &AppState::recordingFormatRawChanged);
@@ -120,6 +156,7 @@ TEST(PreferencesTest, AnEmptyStoreGivesTheDefaultsAndEveryChangeIsWrittenAtOnce)
     rig.state->setRecordingFormatRaw("wav");
     rig.state->setRecordingsFolderPath("/srv/takes");
     rig.state->markOnboardingCompleted();
+    rig.state->setSaveSourceFiles(true);
     EXPECT_EQ(format.count(), 2);
     EXPECT_EQ(rig.state->recordingsFolderURL(), QUrl::fromLocalFile("/srv/takes"));
 
@@ -127,8 +164,9 @@ TEST(PreferencesTest, AnEmptyStoreGivesTheDefaultsAndEveryChangeIsWrittenAtOnce)
     QFile file(rig.dir.filePath("defaults.ini"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     const QByteArray onDisk = file.readAll();
-    for (const char* line : {"passthroughEnabled=true", "recordingFormat=wav",
-                             "recordingsFolderPath=/srv/takes", "hasCompletedOnboarding=true"}) {
+    for (const char* line :
+         {"passthroughEnabled=true", "recordingFormat=wav", "recordingsFolderPath=/srv/takes",
+          "hasCompletedOnboarding=true", "saveSourceFiles=true"}) {
         EXPECT_TRUE(onDisk.contains(line)) << line;
     }
 }
@@ -149,6 +187,13 @@ TEST(PreferencesTest, StoredValuesAreReadAtCreationAndAnOddFormatIsKept) {
     EXPECT_EQ(QString::fromStdString(rig.engines.last().configuration.fileURL),
               rig.dir.filePath("takes/" + kBase + ".m4a"));
     EXPECT_EQ(rig.defaults->value("recordingFormat").toString(), "ogg");
+
+    // As the store reads it back from disk; anything but true is false.
+    for (const auto& [stored, read] : {std::pair{"true", true}, {"yes please", false}}) {
+        rig.defaults->setValue("saveSourceFiles", stored);
+        rig.makeState();
+        EXPECT_EQ(rig.state->saveSourceFiles(), read) << stored;
+    }
 }
 
 TEST(PreferencesTest, OpeningTheFolderCreatesItOrSaysWhyItCouldNot) {
@@ -194,9 +239,3 @@ TEST(PreferencesTest, RevealShowsTheLastFileAndNothingBeforeTheFirst) {
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

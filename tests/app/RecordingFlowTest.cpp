@@ -105,6 +105,7 @@ TEST(RecordingFlowTest, AFailedStartShowsItsErrorKeepsNoEngineAndLeavesTheLastFi
     rig.engines.script = [](FakeRecordingEngine& engine) {
         engine.startResult = Unexpected(failureWithText("No audio source could be started."));
     };
+    rig.state->setSaveSourceFiles(true);
     QCoro::waitFor(rig.state->startRecording());
     EXPECT_EQ(rig.state->errorMessage(), QString("No audio source could be started."));
     EXPECT_FALSE(rig.state->sessionFailureMessage().has_value());
@@ -112,8 +113,10 @@ TEST(RecordingFlowTest, AFailedStartShowsItsErrorKeepsNoEngineAndLeavesTheLastFi
     EXPECT_FALSE(rig.state->isBusy());
     EXPECT_EQ(rig.state->lastRecordingURL(), previous);
     // The name it had reserved is free again: no empty file is left behind.
-    const QString reserved = QString::fromStdString(rig.engines.last().configuration.fileURL);
-    EXPECT_FALSE(QFileInfo::exists(reserved));
+    const auto& configuration = rig.engines.last().configuration;
+    EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(configuration.fileURL)));
+    ASSERT_EQ(configuration.sourceFileURLs.size(), 1u);
+    EXPECT_FALSE(QFileInfo::exists(configuration.sourceFileURLs.begin()->second.c_str()));
     EXPECT_TRUE(QFileInfo::exists(previous->toLocalFile()));
 }
 
@@ -123,6 +126,7 @@ TEST(RecordingFlowTest, TheEngineGetsTheTickedSourcesVolumesFormatAndAFreshName)
     rig.state->setVolume(rig.state->micSources()[0], 0.5f);
     rig.state->setPassthroughEnabled(true);
     rig.state->setRecordingFormatRaw("flac");  // unknown: recorded as m4a
+    rig.state->setSaveSourceFiles(true);
     rig.engines.script = [](FakeRecordingEngine& engine) {
         engine.failures = {{"app:org.example.Player", "Player: tap refused"}};
     };
@@ -137,8 +141,16 @@ TEST(RecordingFlowTest, TheEngineGetsTheTickedSourcesVolumesFormatAndAFreshName)
     EXPECT_EQ(configuration.volumes, (AppState::VolumeMap{{"mic:usb", 0.5f}}));
     EXPECT_TRUE(configuration.passthroughEnabled);
     EXPECT_EQ(configuration.format, RecordingFormat::m4a);
-    EXPECT_EQ(QString::fromStdString(configuration.fileURL),
-              rig.dir.filePath("Music/BrightwaveRecord/Recording 2026-03-14 at 09.26.53.m4a"));
+    const QString base =
+        rig.dir.filePath("Music/BrightwaveRecord/Recording 2026-03-14 at 09.26.53");
+    EXPECT_EQ(QString::fromStdString(configuration.fileURL), base + ".m4a");
+    EXPECT_EQ(configuration.sourceFileURLs,
+              (std::map<std::string, std::filesystem::path>{
+                  {"app:org.example.Player", (base + " – Player.m4a").toStdString()},
+                  {"mic:usb", (base + " – USB Mic.m4a").toStdString()}}));
+    // The player did not start: its name is free again, the microphone's stays taken.
+    EXPECT_FALSE(QFileInfo::exists(base + " – Player.m4a"));
+    EXPECT_TRUE(QFileInfo::exists(base + " – USB Mic.m4a"));
     EXPECT_EQ(rig.state->sourceWarnings(), QStringList{"Player: tap refused"});
     EXPECT_EQ(rig.state->recordingStartDate(), rig.clock->now());
 }
@@ -149,8 +161,12 @@ TEST(RecordingFlowTest, AStopSavesThenWarnsOfSilentSourcesAndRefreshes) {
     rig.engines.script = [&](FakeRecordingEngine& engine) {
         engine.failures = {{"x", "X: gone"}};
         engine.silentSources = {rig.state->micSources()[0], rig.state->appSources()[0]};
+        engine.fileFailures = {"Mic: not made"};
     };
     QCoro::waitFor(rig.state->startRecording());
+    EXPECT_TRUE(rig.engines.last().configuration.sourceFileURLs.empty()) << "off by default";
+    EXPECT_EQ(rig.state->sourceWarnings(), (QStringList{"X: gone", "Mic: not made"}));
+    rig.engines.last().fileFailures.push_back("Player: incomplete");
     rig.listings->set({}, {});
     const int refreshesBefore = rig.listings->processCalls;
     QCoro::waitFor(rig.state->stopRecording());
@@ -160,9 +176,11 @@ TEST(RecordingFlowTest, AStopSavesThenWarnsOfSilentSourcesAndRefreshes) {
     EXPECT_EQ(rig.state->savedMessage(),
               "Recording saved to " +
                   OutputNaming::displayPath(QUrl::fromLocalFile(QFileInfo(file).path())));
-    EXPECT_EQ(rig.state->sourceWarnings(),
-              (QStringList{"X: gone", "No audio was received from USB Mic during this recording.",
-                           "No audio was received from Player during this recording."}));
+    EXPECT_EQ(
+        rig.state->sourceWarnings(),
+        (QStringList{
+            "X: gone", "Mic: not made", "No audio was received from USB Mic during this recording.",
+            "No audio was received from Player during this recording.", "Player: incomplete"}));
     EXPECT_FALSE(rig.state->hasEngine());
     EXPECT_EQ(rig.listings->processCalls, refreshesBefore + 1);
     EXPECT_TRUE(rig.state->appSources().empty());
@@ -322,9 +340,3 @@ TEST(RecordingFlowTest, TheTimerCountsFromTheStartAndKeepsItsTimeAfterTheStop) {
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -133,7 +133,8 @@ TEST(CaptureRecordingTest, AnApplicationAndAMicrophoneLandInTheFileAtTheirVolume
                                                {{app.id, 0.5f}, {microphone.id, 1.5f}},
                                                false,
                                                RecordingFormat::wav,
-                                               folder / "take.wav"};
+                                               folder / "take.wav",
+                                               {}};
     auto engine = makeRecordingEngineFactory(hardware, workspace)(configuration);
     auto& recording = dynamic_cast<RecordingEngine&>(*engine);
     ASSERT_TRUE(test::EngineRig::start(recording));

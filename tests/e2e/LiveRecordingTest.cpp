@@ -67,6 +67,11 @@ public:
         tone440_ = makeTone(440, 2.0, "pan=stereo|c0=c0|c1=c0", 2);
         tone660_ = makeTone(660, 2.0, "pan=stereo|c0=c0|c1=c0", 2);
         mic880_ = makeTone(880, 2.0, "anull", 1);
+        // Clicks twice a second, four samples at half of full scale: alone on the left, over a
+        // 660 Hz tone on the right.
+        clicks660_ = makeTone(660, 1.0, "anull", 2,
+                              "aevalsrc=exprs='0.5*lt(mod(n,24000),4)|0.25*sin(2*PI*660*t)+0.5*"
+                              "lt(mod(n,24000),4)':s=48000:d=30");
         noise_ = work_ / "noise.wav";
         if (!run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
                   "anoisesrc=color=pink:amplitude=0.25:duration=20:sample_rate=48000", "-ac", "2",
@@ -92,15 +97,22 @@ public:
     const Tone& tone440() const { return tone440_; }
     const Tone& tone660() const { return tone660_; }
     const Tone& mic880() const { return mic880_; }
+    const Tone& clicks660() const { return clicks660_; }
     const fs::path& noise() const { return noise_; }
 
 private:
-    Tone makeTone(double frequency, double gain, const std::string& layout, int channels) {
+    // `source`: an FFmpeg source of its own instead of the sine; its tone is read on the last
+    // channel.
+    Tone makeTone(double frequency, double gain, const std::string& layout, int channels,
+                  std::string source = {}) {
         Tone tone;
         tone.frequency = frequency;
-        tone.file = work_ / ("tone" + std::to_string(int(frequency)) + ".wav");
-        const std::string source =
-            "sine=frequency=" + std::to_string(int(frequency)) + ":sample_rate=48000:duration=30";
+        tone.file =
+            work_ / ((source.empty() ? "tone" : "other") + std::to_string(int(frequency)) + ".wav");
+        if (source.empty()) {
+            source = "sine=frequency=" + std::to_string(int(frequency)) +
+                     ":sample_rate=48000:duration=30";
+        }
         const std::string filter = "volume=" + std::to_string(gain) + "," + layout;
         if (!run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", source, "-af", filter, "-ac",
                   std::to_string(channels), "-c:a", "pcm_s16le", tone.file.string()})
@@ -114,7 +126,7 @@ private:
             return tone;
         }
         tone.levelDb = toneLevelDb(
-            std::span(decoded->channelsData[0]).subspan(std::size_t(kRate), std::size_t(kRate)),
+            std::span(decoded->channelsData.back()).subspan(std::size_t(kRate), std::size_t(kRate)),
             frequency, kRate);
         return tone;
     }
@@ -125,6 +137,7 @@ private:
     Tone tone440_;
     Tone tone660_;
     Tone mic880_;
+    Tone clicks660_;
     fs::path noise_;
 };
 
@@ -541,11 +554,43 @@ TEST_F(LiveRecording, AnApplicationRelaunchedMidRecordingIsFollowed) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// c. A microphone and an application, each at its own volume
+// c. A microphone and two applications, each at its own volume, each also in a file of its own
 
-TEST_F(LiveRecording, MicrophoneAndApplicationMixAtTheirVolumes) {
+// How far `b` lags `a`, in frames within ±`maxLag`, where their first differences (the clicks,
+// hardly the tones) correlate best over `frames` frames from `from`.
+long clickLag(const std::vector<float>& a, const std::vector<float>& b, std::size_t from,
+              std::size_t frames, long maxLag) {
+    auto edges = [](const std::vector<float>& x) {
+        std::vector<float> d(x.size(), 0.0f);
+        for (std::size_t i = 1; i < x.size(); ++i) {
+            d[i] = x[i] - x[i - 1];
+        }
+        return d;
+    };
+    const auto da = edges(a);
+    const auto db = edges(b);
+    double best = -1;
+    long bestLag = 0;
+    for (long lag = -maxLag; lag <= maxLag; ++lag) {
+        double sum = 0;
+        for (std::size_t i = from; i < from + frames && i < da.size(); ++i) {
+            const long j = long(i) + lag;
+            if (j >= 0 && std::size_t(j) < db.size()) {
+                sum += double(da[i]) * db[std::size_t(j)];
+            }
+        }
+        if (sum > best) {
+            best = sum;
+            bestLag = lag;
+        }
+    }
+    return bestLag;
+}
+
+TEST_F(LiveRecording, MicrophoneAndTwoApplicationsMixAtTheirVolumesAndEachHasItsOwnAlignedFile) {
     const Tone& voice = server->mic880();
     const Tone& music = server->tone440();
+    const Tone& clicks = server->clicks660();
     // The virtual microphone sounds what is linked into its input; the feed goes nowhere else.
     Child feed =
         Child::spawn({"pw-play", "--target=0", "-P", "node.name=bw-mic-feed", voice.file.string()});
@@ -558,30 +603,91 @@ TEST_F(LiveRecording, MicrophoneAndApplicationMixAtTheirVolumes) {
     ASSERT_TRUE(linked.succeeded()) << "pw-link failed: " << linked.out;
     ASSERT_EQ(nodesFedBy(currentLinks(), "bw-mic-feed"), std::vector<std::string>{kMicrophone});
     Child app = play(music.file, "bw-app-440");
+    Child clicker = play(clicks.file, "bw-app-clicks");
     ASSERT_FALSE(HasFailure());
+    // The clicker's left side, clicks only, sounds in the microphone too: one click, two sources.
+    ASSERT_TRUE(
+        run({"pw-link", "bw-app-clicks:output_FL", std::string(kMicrophone) + ":input_MONO"})
+            .succeeded());
 
-    const auto file = path("mic-and-app.wav");
-    Take take(file, "wav", 2,
-              {std::string("mic:") + kMicrophone + "@1.0",
-               "app:pid:" + std::to_string(app.pid()) + "@0.5"});
-    const Report report = take.finish(12);
+    struct Part {
+        std::string id;
+        const Tone* tone;
+        std::vector<std::size_t> channels;  // where its tone is
+        double volume;
+        std::string fileName;  // of its own file
+    };
+    const std::vector<Part> parts = {
+        {std::string("mic:") + kMicrophone,
+         &voice,
+         {0, 1},
+         0.8,
+         "mic-and-apps – bw_microphone.wav"},
+        {"app:pid:" + std::to_string(app.pid()), &music, {0, 1}, 0.5, "mic-and-apps – pw-play.wav"},
+        {"app:pid:" + std::to_string(clicker.pid()),
+         &clicks,
+         {1},
+         1.25,
+         "mic-and-apps – pw-play (2).wav"},
+    };
+    std::vector<std::string> arguments{"--source-files"};
+    for (const auto& part : parts) {
+        arguments.push_back(part.id + "@" + std::to_string(part.volume));
+    }
+    const auto file = path("mic-and-apps.wav");
+    Take take(file, "wav", 3, arguments);
+    const Report report = take.finish(13);
     ASSERT_TRUE(report.finished && exitedWith(report.status, {0}))
         << describeStatus(report.status) << report.json;
     EXPECT_FALSE(report.failure) << report.json;
     EXPECT_EQ(report.sourceFailures, "{}") << "a source failed: " << report.json;
-    expectWellFormed(file, "wav", 2.0);
-    const auto audio = decode(file);
-    ASSERT_TRUE(audio);
-    const double end = durationOf(*audio) - 0.2;
-    for (std::size_t ch = 0; ch < 2; ++ch) {
-        SCOPED_TRACE("channel " + std::to_string(ch));
-        EXPECT_NEAR(levelIn(*audio, ch, voice.frequency, 0.3, end), voice.levelDb,
-                    kLevelToleranceDb)
-            << "microphone at volume 1.0";
-        EXPECT_NEAR(levelIn(*audio, ch, music.frequency, 0.3, end),
-                    music.levelDb + 20 * std::log10(0.5), kLevelToleranceDb)
-            << "application at volume 0.5";
+    EXPECT_EQ(report.droppedBuffers, 0) << report.json;
+    EXPECT_EQ(jsonField(report.json, "source_file_failures"), "[]") << report.json;
+    expectWellFormed(file, "wav", 3.0);
+    const auto mix = decode(file);
+    ASSERT_TRUE(mix);
+    const double end = durationOf(*mix) - 0.2;
+    auto expectOnly = [&](const DecodedAudio& audio, const Part* only, double toleranceDb) {
+        for (const auto& part : parts) {
+            const double level = part.tone->levelDb + 20 * std::log10(part.volume);
+            for (std::size_t ch = 0; ch < 2; ++ch) {
+                SCOPED_TRACE(part.id + ", channel " + std::to_string(ch));
+                const double heard = levelIn(audio, ch, part.tone->frequency, 0.3, end);
+                const bool sounds = std::count(part.channels.begin(), part.channels.end(), ch);
+                if (only != nullptr && only != &part) {
+                    EXPECT_LT(heard, level - 50) << "another source in this one's file";
+                } else if (sounds) {
+                    EXPECT_NEAR(heard, level, toleranceDb);
+                }
+            }
+        }
+    };
+    expectOnly(*mix, nullptr, kLevelToleranceDb);
+
+    // Each source's own file: only that source, at its fader's level, as long as the mix.
+    const auto files = jsonField(report.json, "source_files").value_or("");
+    std::vector<DecodedAudio> owns;
+    for (const auto& part : parts) {
+        SCOPED_TRACE(part.id);
+        const auto own = jsonField(files, part.id);
+        ASSERT_TRUE(own) << report.json;
+        EXPECT_EQ(fs::path(*own).filename(), part.fileName);
+        expectWellFormed(*own, "wav", std::nullopt);
+        auto audio = decode(*own);
+        ASSERT_TRUE(audio);
+        EXPECT_NEAR(double(audio->frames()), double(mix->frames()), 4096) << "one tap buffer";
+        expectOnly(*audio, &part, 0.5);
+        owns.push_back(std::move(*audio));
     }
+    // The click both sources carry sits on the same frame in their files and in the mix.
+    const auto& micOwn = owns[0].channelsData[0];
+    const auto& clicksOwn = owns[2].channelsData[0];
+    const std::size_t from = std::size_t(0.5 * kRate);
+    const std::size_t frames = std::size_t(1.0 * kRate);
+    const long maxLag = long(0.05 * kRate);
+    EXPECT_LE(std::abs(clickLag(clicksOwn, micOwn, from, frames, maxLag)), 48) << "between files";
+    EXPECT_LE(std::abs(clickLag(clicksOwn, mix->channelsData[0], from, frames, maxLag)), 48);
+    EXPECT_LE(std::abs(clickLag(micOwn, mix->channelsData[0], from, frames, maxLag)), 48);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -896,12 +1002,12 @@ TEST_P(ServerOutage, ARecordingOutlivesARestartAndEndsWithAPlayableFileWhenTheSe
         }
     }
     if (c.secondTake) {
-        const auto again = decode(fs::path(file).replace_filename(
-            file.stem().string() + "-2" + file.extension().string()));
+        const auto again = decode(fs::path(file).replace_filename(file.stem().string() + "-2" +
+                                                                  file.extension().string()));
         ASSERT_TRUE(again) << "no second recording after the restart";
         EXPECT_NEAR(durationOf(*again), seconds, 0.5);
-        EXPECT_NEAR(levelIn(*again, 0, tone.frequency, 0.3, durationOf(*again) - 0.2),
-                    tone.levelDb, kLevelToleranceDb)
+        EXPECT_NEAR(levelIn(*again, 0, tone.frequency, 0.3, durationOf(*again) - 0.2), tone.levelDb,
+                    kLevelToleranceDb)
             << "the second recording";
     }
 }

@@ -58,8 +58,12 @@ TEST_P(RecordingContentTest, SourcesAtTheirOwnFormatsLandInTheFileAtTheGainLawsL
     EngineRig rig;
     auto low = rig.addSource("Low", kMono44, 1000.0, 0.4f, 2.0);
     auto high = rig.addSource("High", kStereo32, 3000.0, 0.4f, 2.0);
-    auto engine = rig.makeEngine(
-        rig.configuration({low, high}, GetParam().format, {{low.id, 0.5f}, {high.id, 1.5f}}));
+    auto configuration =
+        rig.configuration({low, high}, GetParam().format, {{low.id, 0.5f}, {high.id, 1.5f}});
+    const std::string extension = "." + GetParam().format.rawValue();
+    configuration.sourceFileURLs = {{low.id, rig.folder / "takes" / ("low" + extension)},
+                                    {high.id, rig.folder / "takes" / ("high" + extension)}};
+    auto engine = rig.makeEngine(configuration);
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(2.0);
     const fs::path url = EngineRig::stop(*engine);
@@ -77,6 +81,39 @@ TEST_P(RecordingContentTest, SourcesAtTheirOwnFormatsLandInTheFileAtTheGainLawsL
     }
     EXPECT_TRUE(rig.reportsSoFar().empty());
     EXPECT_TRUE(engine->sourcesWithoutAudio().empty());
+
+    // Each source's own file: only that source, after its fader, in the mix's format and frames.
+    struct Stem {
+        RecordingSource source;
+        double frequency, otherFrequency, linear;
+    };
+    std::vector<test::DecodedAudio> stems;
+    for (const Stem& stem : {Stem{low, 1000.0, 3000.0, 0.2}, Stem{high, 3000.0, 1000.0, 0.6}}) {
+        SCOPED_TRACE(stem.source.name);
+        auto own = test::decodeAudioFile(configuration.sourceFileURLs.at(stem.source.id));
+        ASSERT_TRUE(own);
+        EXPECT_EQ(own->codecName, decoded->codecName);
+        EXPECT_EQ(own->sampleRate, 48000);
+        ASSERT_EQ(own->channels, 2);
+        EXPECT_EQ(own->frames(), decoded->frames());
+        for (const auto& samples : own->channelsData) {
+            EXPECT_NEAR(levelIn(samples, stem.frequency, 0.3, 1.7), db(stem.linear),
+                        GetParam().toleranceDb);
+            EXPECT_LT(levelIn(samples, stem.otherFrequency, 0.3, 1.7), -60.0);
+        }
+        stems.push_back(std::move(*own));
+    }
+    EXPECT_TRUE(engine->sourceFileFailures().empty());
+    if (GetParam().format != RecordingFormat::m4a) {
+        // Sample-aligned: in 16 bits the stems add up to the mix, give or take their rounding.
+        for (std::size_t c = 0; c < 2; ++c) {
+            for (std::size_t i = 0; i < decoded->frames(); ++i) {
+                ASSERT_NEAR(stems[0].channelsData[c][i] + stems[1].channelsData[c][i],
+                            decoded->channelsData[c][i], 3.0 / 32768)
+                    << "channel " << c << ", frame " << i;
+            }
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, RecordingContentTest,
@@ -107,17 +144,35 @@ TEST(RecordingEngineTest, SourcesThatFailToStartOrHaveNoCaptureLeaveAWarningAndT
     EXPECT_NEAR(levelIn(decoded->channelsData[0], 1000.0, 0.2, 0.8), db(0.5), 0.1);
 }
 
-TEST(RecordingEngineTest, ASourceThatNeverDeliversIsListedAfterTheStop) {
+TEST(RecordingEngineTest, ASourceThatNeverDeliversIsListedAndStillGetsItsOwnSilentFile) {
     EngineRig rig;
     auto quiet = rig.addSource("Quiet", kStereo48, 500.0, 0.5f, 0.0);
     auto loud = rig.addSource("Loud", kStereo48, 1000.0, 0.5f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({quiet, loud}));
+    auto configuration = rig.configuration({quiet, loud});
+    // Loud's own file fills a disk at once: only a warning, the mix goes on.
+    fs::create_directories(rig.folder / "takes");
+    fs::create_symlink("/dev/full", rig.folder / "takes" / "loud.wav");
+    configuration.sourceFileURLs = {{quiet.id, rig.folder / "takes" / "quiet.wav"},
+                                    {loud.id, rig.folder / "takes" / "loud.wav"}};
+    auto engine = rig.makeEngine(configuration);
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.5);
-    EngineRig::stop(*engine);
+    const auto url = EngineRig::stop(*engine);
     const auto silent = engine->sourcesWithoutAudio();
     ASSERT_EQ(silent.size(), 1u);
     EXPECT_EQ(silent[0].id, quiet.id);
+
+    auto mix = test::decodeAudioFile(url);
+    auto own = test::decodeAudioFile(configuration.sourceFileURLs.at(quiet.id));
+    ASSERT_TRUE(mix && own);
+    EXPECT_GE(mix->frames(), 48000u * 4 / 10);
+    EXPECT_EQ(own->frames(), mix->frames()) << "lines up with the others in an editor";
+    EXPECT_LT(test::rmsDb(own->channelsData[0]), -90.0);
+    EXPECT_NEAR(levelIn(mix->channelsData[0], 1000.0, 0.1, 0.4), db(0.5), 0.1);
+    const auto failures = engine->sourceFileFailures();
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].rfind("Loud: Its own file ", 0), 0u) << failures[0];
+    EXPECT_TRUE(rig.reportsSoFar().empty()) << "the recording itself did not fail";
 }
 
 TEST(RecordingEngineTest, WhenNoSourceStartsThereIsNeitherFileNorFolder) {

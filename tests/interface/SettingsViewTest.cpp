@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QDir>
 #include <QLabel>
 #include <QPushButton>
@@ -52,6 +53,7 @@ struct Settings {
             EXPECT_EQ(button->isEnabled(), editable) << when;
         }
         EXPECT_EQ(general().chooseButton()->isEnabled(), editable) << when;
+        EXPECT_EQ(general().sourceFilesBox()->isEnabled(), editable) << when;
         EXPECT_EQ(general().busyNote()->isVisible(), !editable) << when;
         EXPECT_EQ(general().updateButton()->isEnabled(), updater.canCheckForUpdates()) << when;
     }
@@ -66,6 +68,10 @@ TEST(SettingsViewTest, FormatAndFolderAreLockedFromStartToStop) {
     s.expectEditable(true, "idle");
     EXPECT_EQ(s.general().busyNote()->text(),
               "The format and folder can't change while a recording is in progress.");
+    s.general().sourceFilesBox()->click();
+    EXPECT_TRUE(s.rig.state->saveSourceFiles());
+    s.rig.state->setSaveSourceFiles(false);
+    EXPECT_FALSE(s.general().sourceFilesBox()->isChecked());
 
     s.rig.listSome();
     s.rig.heldPermission = SharedResult<bool>();
@@ -197,10 +203,3 @@ TEST(SettingsViewTest, VersionTextWithAndWithoutBuildValues) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -68,9 +68,12 @@ public:
                                                RecordingFormat format = RecordingFormat::wav,
                                                std::map<std::string, float> volumes = {},
                                                bool passthrough = false) {
-        return RecordingEngineConfiguration{std::move(sources), std::move(volumes), passthrough,
+        return RecordingEngineConfiguration{std::move(sources),
+                                            std::move(volumes),
+                                            passthrough,
                                             format,
-                                            folder / "takes" / ("take." + format.rawValue())};
+                                            folder / "takes" / ("take." + format.rawValue()),
+                                            {}};
     }
 
     static Expected<void, ErrorRef> start(RecordingEngine& engine) {

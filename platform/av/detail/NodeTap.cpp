@@ -43,8 +43,12 @@ void NodeTap::stop() {
     if (core_->stopping.exchange(true)) {
         return;
     }
+    const bool fromBlock = std::this_thread::get_id() == thread_.get_id();
+    if (fromBlock) {
+        core_->abandoned.store(true);
+    }
     core_->signal.release();
-    if (std::this_thread::get_id() == thread_.get_id()) {
+    if (fromBlock) {
         thread_.detach();
     } else if (thread_.joinable()) {
         thread_.join();
@@ -53,9 +57,11 @@ void NodeTap::stop() {
 
 void NodeTap::run(const std::shared_ptr<Core>& core) {
     pthread_setname_np(pthread_self(), "av-tap");
-    while (!core->stopping.load()) {
+    for (;;) {
         core->signal.acquire();
-        while (!core->stopping.load() && core->ring.readable() >= core->bufferSize) {
+        // Read before the ring: what was pushed before the stop is all there by now.
+        const bool stopping = core->stopping.load();
+        while (!core->abandoned.load() && core->ring.readable() >= core->bufferSize) {
             auto buffer = PCMBuffer::make(core->format, core->bufferSize);
             if (!buffer) {
                 return;
@@ -65,13 +71,12 @@ void NodeTap::run(const std::shared_ptr<Core>& core) {
             AudioTimeStamp when;
             when.mSampleTime = double(core->delivered);
             core->delivered += core->bufferSize;
-            if (core->stopping.load()) {
-                return;
-            }
             core->block(std::move(buffer), when);
         }
-        if (core->onDrop && core->dropped.load(std::memory_order_relaxed) > 0 &&
-            !core->stopping.load()) {
+        if (stopping || core->abandoned.load()) {
+            return;
+        }
+        if (core->onDrop && core->dropped.load(std::memory_order_relaxed) > 0) {
             std::exchange(core->onDrop, nullptr)();
         }
     }

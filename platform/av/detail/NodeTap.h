@@ -17,10 +17,12 @@ namespace bw::detail {
 /// them into buffers of `bufferSize` frames and calls the block.
 ///
 /// `push` is realtime-safe; when the tap's thread falls behind by more than the ring holds (eight
-/// buffers), the newest frames are dropped and counted. `stop` ends the thread: once it returns
-/// no block call starts (one running on another thread has finished; called from the block
-/// itself, the thread ends after the block returns). The first drop is also told to `onDrop`, on
-/// the tap's thread, after the buffer at hand is delivered.
+/// buffers), the newest frames are dropped and counted. `stop` hands over every whole buffer
+/// pushed before it, then ends the thread: once it returns no block call starts (called from the
+/// block itself, nothing more is handed over and the thread ends after the block returns). So
+/// taps fed the same frames end on the same frame, however far behind their threads were. The
+/// first drop is also told to `onDrop`, on the tap's thread, after the buffer at hand is
+/// delivered.
 class NodeTap {
 public:
     NodeTap(FrameCount bufferSize, const AudioFormat& format, AudioTapBlock block,
@@ -52,6 +54,7 @@ private:
         FloatRing ring;
         Semaphore signal;
         std::atomic<bool> stopping{false};
+        std::atomic<bool> abandoned{false};  // stopped from inside the block: hand over no more
         std::atomic<std::uint64_t> dropped{0};
         std::uint64_t delivered = 0;  // frames handed to the block, on the tap's thread
     };
