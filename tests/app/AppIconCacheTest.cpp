@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -135,9 +134,3 @@ TEST(IconThemeLookupTest, FindsIconsByThemeOrderThenSizeThenPixmaps) {
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -222,9 +222,3 @@ TEST(AppStateSourcesTest, SelectionHintStaysUntilThreeSecondsAfterTheLastFlash) 
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

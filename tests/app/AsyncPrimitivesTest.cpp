@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <thread>
 
@@ -97,9 +96,3 @@ TEST(AsyncPrimitivesTest, RealSleepsEndOnTimeOrAtOnceWhenCancelled) {
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

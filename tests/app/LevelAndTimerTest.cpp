@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QSignalSpy>
 
 #include "app/AudioLevelTracker.h"
@@ -93,9 +92,3 @@ TEST(RecordingTimerTest, TicksEveryHalfSecondFromTheStartDateAndNeverGoNegative)
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -158,9 +157,3 @@ TEST(OnboardingControllerTest, SoundSettingsAreTheDesktopsOwnWhereFound) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

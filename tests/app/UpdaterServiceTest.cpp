@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QNetworkProxy>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -158,11 +156,4 @@ TEST(AppcastClientTest, VersionsCompareAsNumbersPartByPart) {
 // objects cross there; this program runs no thread of ours.
 extern "C" const char* __tsan_default_suppressions() {
     return "called_from_lib:libglib-2.0.so.0\nrace:libQt6Core.so.6\nrace:libQt6Network.so.6\n";
-}
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <QAccessible>
-#include <QApplication>
 
 #include "interface/ArmIndicator.h"
 #include "interface/ManualConsoleClock.h"
@@ -85,10 +84,3 @@ TEST(ArmIndicatorTest, LampIsHiddenFromAssistiveTechnology) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

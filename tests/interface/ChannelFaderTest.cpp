@@ -115,19 +115,11 @@ TEST(ChannelFaderTest, DetentTicksOncePerEntryAndPinsTheValueAtUnity) {
     for (const auto& c : cases) {
         Rig rig;
         rig.fader.setValue(0.5f);
-        bool pressed = false;
-        for (const double v : c.dragValues) {
-            // Two clicks press twice; a drag presses once and moves.
-            const bool click = c.dragValues.size() == 2 && c.dragValues[0] == c.dragValues[1];
-            if (!pressed || click) {
-                mouse(rig.fader, QEvent::MouseButtonPress, trackXFor(v));
-                pressed = !click;
-                if (click) {
-                    mouse(rig.fader, QEvent::MouseButtonRelease, trackXFor(v), Qt::NoButton);
-                }
-            } else {
-                mouse(rig.fader, QEvent::MouseMove, trackXFor(v));
-            }
+        // Two clicks press twice; a drag presses once and moves.
+        const bool clicks = c.dragValues.size() == 2;
+        for (std::size_t i = 0; i < c.dragValues.size(); ++i) {
+            const double x = trackXFor(c.dragValues[i]);
+            mouse(rig.fader, i == 0 || clicks ? QEvent::MouseButtonPress : QEvent::MouseMove, x);
         }
         const auto edited = rig.editedValues();
         ASSERT_EQ(edited.size(), c.edited.size()) << c.what;
@@ -135,7 +127,6 @@ TEST(ChannelFaderTest, DetentTicksOncePerEntryAndPinsTheValueAtUnity) {
             EXPECT_NEAR(edited[i], c.edited[i], 1e-5) << c.what << " change " << i;
         }
         EXPECT_EQ(rig.ticks.size(), c.ticks) << c.what;
-        EXPECT_EQ(rig.fader.inDetent(), c.inDetentAfter) << c.what;
         // The end of a drag changes nothing.
         mouse(rig.fader, QEvent::MouseButtonRelease, 0, Qt::NoButton);
         EXPECT_EQ(rig.fader.inDetent(), c.inDetentAfter) << c.what;
@@ -200,13 +191,8 @@ TEST(ChannelFaderTest, AccessibilityStepsGoThroughTheDetentRule) {
     for (const auto& c : cases) {
         Rig rig;
         rig.fader.setValue(c.start);
-        auto* accessible = QAccessible::queryAccessibleInterface(&rig.fader);
-        ASSERT_NE(accessible, nullptr);
-        auto* actions = accessible->actionInterface();
+        auto* actions = QAccessible::queryAccessibleInterface(&rig.fader)->actionInterface();
         ASSERT_NE(actions, nullptr);
-        EXPECT_EQ(actions->actionNames(),
-                  (QStringList{QAccessibleActionInterface::increaseAction(),
-                               QAccessibleActionInterface::decreaseAction()}));
         if (c.enterDetentFirst) {
             actions->doAction(QAccessibleActionInterface::increaseAction());
         }
@@ -315,10 +301,3 @@ TEST(ChannelFaderTest, PaintedTrackShowsLevelUpToUnityMarkAndKnob) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

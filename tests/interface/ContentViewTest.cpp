@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
@@ -84,17 +83,8 @@ TEST(ContentViewTest, ThreeSectionsListTheSourcesInOrder) {
     EXPECT_EQ(t.view->appRows()[0], player);
     EXPECT_TRUE(t.view->micRows().empty());
     EXPECT_TRUE(t.view->noInputsLabel()->isVisibleTo(t.view.get()));
-}
-
-TEST(ContentViewTest, EmptyListsKeepTheirHeadersAndSayWhenNoInputsExist) {
-    ViewUnderTest t(false);
-    t.view->show();
-    EXPECT_TRUE(t.view->appRows().empty());
-    EXPECT_TRUE(t.view->searchField()->isVisible());
-    EXPECT_EQ(t.view->searchField()->placeholderText(), "Search apps");
-    EXPECT_TRUE(t.view->noInputsLabel()->isVisible());
     EXPECT_EQ(t.view->noInputsLabel()->text(), "No input devices found");
-    EXPECT_TRUE(t.view->systemRow()->isVisible());
+    EXPECT_EQ(t.view->searchField()->placeholderText(), "Search apps");
 }
 
 TEST(ContentViewTest, StatusLineFollowsTheFlagsWithItsPlural) {
@@ -195,40 +185,15 @@ TEST(ContentViewTest, TheHintsColourComesInWithTheDefaultMotionUnlessTheDesktopA
     }
 }
 
-TEST(ContentViewTest, TheHintFadesBackAfterItsTime) {
+TEST(ContentViewTest, TheRecordKeyWithNothingTickedOnlyHints) {
     ViewUnderTest t;
-    t.view->recordButton()->click();
-    EXPECT_EQ(t.view->statusLabel()->text(), "First, tick a source below");
-    t.rig.clock->advance(
-        std::chrono::duration_cast<std::chrono::milliseconds>(AppState::kSelectionHintDuration));
-    ASSERT_TRUE(pumpUntil([&] { return !t.rig.state->showSelectionHint(); }));
-    EXPECT_EQ(t.view->statusLabel()->text(), "Select sources below");
-    EXPECT_FALSE(t.view->statusLabel()->font().bold());
-}
-
-TEST(ContentViewTest, RecordKeyHintsWithNothingTickedAndElseToggles) {
-    ViewUnderTest t;
-    QSignalSpy hint(t.rig.state.get(), &AppState::showSelectionHintChanged);
     EXPECT_FALSE(t.view->recordButton()->isKeyEnabled());
     t.view->recordButton()->click();
     EXPECT_TRUE(t.rig.state->showSelectionHint());
-    EXPECT_GE(hint.count(), 1);
     EXPECT_TRUE(t.rig.engines.made.empty());
     EXPECT_FALSE(t.rig.state->isBusy());
-
     t.rig.tick({"app:org.example.Player"});
     EXPECT_TRUE(t.view->recordButton()->isKeyEnabled());
-    t.view->recordButton()->click();
-    ASSERT_TRUE(pumpUntil([&] { return t.rig.state->isRecording(); }));
-    EXPECT_EQ(t.rig.engines.made.size(), 1u);
-    EXPECT_TRUE(t.view->recordButton()->isRecording());
-    EXPECT_TRUE(t.view->recordButton()->isKeyEnabled());
-    EXPECT_TRUE(t.view->timecode()->isRecording());
-
-    t.view->recordButton()->click();
-    ASSERT_TRUE(pumpUntil([&] { return !t.rig.state->isBusy(); }));
-    EXPECT_EQ(t.rig.engines.last().stopCalls, 1);
-    EXPECT_FALSE(t.view->recordButton()->isRecording());
 }
 
 TEST(ContentViewTest, ControlsFreezeWhileBusy) {
@@ -265,8 +230,11 @@ TEST(ContentViewTest, ControlsFreezeWhileBusy) {
             t.rig.heldPermission->set(true);
         }
         ASSERT_TRUE(pumpUntil([&] { return t.rig.state->isRecording(); })) << c.what;
+        EXPECT_TRUE(t.view->recordButton()->isRecording() && t.view->timecode()->isRecording());
         t.view->recordButton()->click();
         ASSERT_TRUE(pumpUntil([&] { return !t.rig.state->isBusy(); })) << c.what;
+        EXPECT_EQ(t.rig.engines.made.size(), 1u) << c.what;
+        EXPECT_FALSE(t.view->recordButton()->isRecording()) << c.what;
         EXPECT_TRUE(t.view->monitorSwitch()->isEnabled()) << c.what;
         EXPECT_TRUE(t.view->systemRow()->tickArea()->isEnabled()) << c.what;
     }
@@ -516,10 +484,3 @@ TEST(ContentViewTest, ATranslationReachesTheEnginesTextsAndTheWindowsAlike) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

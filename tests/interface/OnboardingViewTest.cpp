@@ -2,7 +2,6 @@
 
 #include <QFile>
 
-#include <QApplication>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -196,10 +195,3 @@ TEST(OnboardingViewTest, DemoMeterSwingsUnlessMotionIsReduced) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -55,13 +55,10 @@ TEST(RecordButtonTest, StatesGiveCaptionTextsAndGlow) {
         rig.button->setRecording(c.recording);
         EXPECT_EQ(rig.button->text(), c.caption);
         EXPECT_EQ(rig.button->toolTip(), c.spoken);
-        auto* accessible = QAccessible::queryAccessibleInterface(rig.button);
-        ASSERT_NE(accessible, nullptr);
-        EXPECT_EQ(accessible->text(QAccessible::Name), c.spoken);
-        EXPECT_EQ(accessible->role(), QAccessible::Button);
+        EXPECT_EQ(QAccessible::queryAccessibleInterface(rig.button)->text(QAccessible::Name),
+                  c.spoken);
         EXPECT_DOUBLE_EQ(rig.button->glowOpacity(), c.glowOpacity);
         EXPECT_DOUBLE_EQ(rig.button->glowRadius(), c.glowRadius);
-        EXPECT_EQ(rig.button->objectName(), QString("recordButton"));
     }
 }
 
@@ -93,33 +90,21 @@ TEST(RecordButtonTest, GlowRadiusBreathesWithTheMasterLevelOnlyWhileRecording) {
 }
 
 TEST(RecordButtonTest, PulseRingExistsWhileRecordingWithoutReducedMotion) {
-    struct Case {
-        const char* what;
-        bool recording;
-        bool reduceMotion;
-        bool ring;
-    };
-    const std::vector<Case> cases = {{"idle", false, false, false},
-                                     {"recording", true, false, true},
-                                     {"recording, reduced motion", true, true, false},
-                                     {"idle, reduced motion", false, true, false}};
-    for (const auto& c : cases) {
-        Rig rig;
-        rig.button->setReduceMotion(c.reduceMotion);
-        rig.button->setRecording(c.recording);
-        EXPECT_EQ(rig.button->pulseRingVisible(), c.ring) << c.what;
-        EXPECT_EQ(rig.button->isPulsing(), c.ring) << c.what;
-    }
+    // One key through every change of one flag at a time: recording, reduced motion.
+    const std::vector<std::pair<bool, bool>> steps = {{true, false},  {true, true},  {true, false},
+                                                      {false, false}, {false, true}, {true, true}};
     Rig rig;
-    rig.button->setRecording(true);
-    rig.clock.advance(milliseconds(700));
-    rig.button->setReduceMotion(true);  // removes the ring at once
-    EXPECT_FALSE(rig.button->pulseRingVisible());
-    EXPECT_FALSE(rig.button->isPulsing());
-    rig.button->setReduceMotion(false);
-    EXPECT_TRUE(rig.button->isPulsing());
-    rig.button->setRecording(false);
-    EXPECT_FALSE(rig.button->isPulsing());
+    for (const auto& [recording, reduce] : steps) {
+        rig.clock.advance(milliseconds(700));
+        if (recording != rig.button->isRecording()) {
+            rig.button->setRecording(recording);
+        } else {
+            rig.button->setReduceMotion(reduce);
+        }
+        const bool ring = recording && !reduce;
+        EXPECT_EQ(rig.button->pulseRingVisible(), ring) << recording << reduce;
+        EXPECT_EQ(rig.button->isPulsing(), ring) << recording << reduce;
+    }
 }
 
 TEST(RecordButtonTest, RingLeavesTheEdgeAndFadesOnceEveryPeriod) {
@@ -362,10 +347,3 @@ TEST(RecordButtonTest, TheGlowFollowsTheKeyWhereverItGoes) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <QAccessible>
-#include <QApplication>
 #include <QSignalSpy>
 
 #include "interface/LevelMeterView.h"
 #include "interface/ManualConsoleClock.h"
-#include "interface/MasterLevelMeter.h"
 #include "interface/SegmentedMeter.h"
 #include "interface/Theme.h"
 #include "tests/interface/WidgetImages.h"
@@ -246,23 +244,6 @@ TEST(SegmentedMeterTest, AccessibilitySpeaksLevelPercentAndClipping) {
     EXPECT_EQ(accessible->text(QAccessible::Value), QString("50 percent"));
 }
 
-TEST(MasterLevelMeterTest, IsTheBarFedWithEveryValueUnchanged) {
-    ManualConsoleClock clock;
-    MasterLevelMeter master;
-    master.setClock(&clock);
-    const std::vector<float> levels = {0.3f, 0.3f, 0.123456f, 1.4f, 0.0f};
-    for (const float level : levels) {
-        master.setLevel(level);
-        EXPECT_EQ(master.level(), level);
-    }
-    EXPECT_NEAR(master.peak(), 1.37f, 1e-6);  // 1.4 then one fall
-    EXPECT_TRUE(master.isClipped());
-    auto* accessible = QAccessible::queryAccessibleInterface(&master);
-    ASSERT_NE(accessible, nullptr);
-    EXPECT_EQ(accessible->text(QAccessible::Name), QString("Recording level"));
-    EXPECT_EQ(accessible->text(QAccessible::Value), QString("0 percent, clipping"));
-}
-
 TEST(LevelMeterViewTest, BarIsLevelTimesWidthGradedToRedAndSilentForAssistiveTechnology) {
     struct Case {
         float level;
@@ -292,10 +273,3 @@ TEST(LevelMeterViewTest, BarIsLevelTimesWidthGradedToRedAndSilentForAssistiveTec
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

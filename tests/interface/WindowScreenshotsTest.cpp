@@ -31,6 +31,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr double kScale = 2.0;
+// Set before the shared main makes the application object.
+[[maybe_unused]] const bool kScaled = qputenv("QT_SCALE_FACTOR", "2");
 
 // Grabs `window` once the grain of any panel in it has arrived; saves it when asked to.
 QImage shoot(QWidget& window, const char* name) {
@@ -121,6 +123,7 @@ TEST(WindowScreenshotsTest, HelpSettingsAndUpdateDialog) {
     UpdaterService updater(QUrl("https://brightwave.tallowfields.com/appcast.xml"), "0.1.0");
     SettingsView settings(*rig.state, updater);
     rig.state->setRecordingsFolderPath(QDir::homePath() + "/Music/BrightwaveRecord/Interviews");
+    rig.state->setSaveSourceFiles(true);
     shoot(settings, "settings-general.png");
     EXPECT_EQ(settings.width(), SettingsView::fixedWidth);
     settings.tabs()->setCurrentIndex(1);
@@ -140,11 +143,3 @@ TEST(WindowScreenshotsTest, HelpSettingsAndUpdateDialog) {
 
 }  // namespace
 }  // namespace bw
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    qputenv("QT_SCALE_FACTOR", "2");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

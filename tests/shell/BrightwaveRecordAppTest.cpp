@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
-#include <QApplication>
 #include <QMenu>
 #include <QTest>
 
@@ -9,16 +8,14 @@
 #include <QPushButton>
 #include <QTabWidget>
 
-#include "shell/HelpMenuButton.h"
-#include "shell/RecordingMenuBarView.h"
-#include "interface/ContentView.h"
 #include "interface/AboutSettingsView.h"
+#include "interface/ContentView.h"
 #include "interface/GeneralSettingsView.h"
 #include "interface/RecordButton.h"
 #include "interface/SettingsView.h"
-#include "tests/shell/BusUnderThreadSanitizer.h"
+#include "shell/HelpMenuButton.h"
+#include "shell/RecordingMenuBarView.h"
 #include "tests/shell/ShellRig.h"
-#include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
 namespace {
@@ -99,8 +96,8 @@ TEST(BrightwaveRecordAppTest, TheMenusAreFileAndHelpAndEachItemOpensItsWindow) {
     EXPECT_EQ(itemTexts(menus["File"]),
               QStringList({"Start Recording", "-", "Settings…", "Check for Updates…", "-",
                            "Close Window", "Quit"}));
-    EXPECT_EQ(itemTexts(menus["Help"]), QStringList({"Brightwave Record Help", "Welcome Tour…",
-                                                     "-", "About Brightwave Record"}));
+    EXPECT_EQ(itemTexts(menus["Help"]), QStringList({"Brightwave Record Help", "Welcome Tour…", "-",
+                                                     "About Brightwave Record"}));
 
     HelpMenuButton* help = rig.main()->helpMenu();
     EXPECT_EQ(help->helpAction()->shortcut(), QKeySequence(QStringLiteral("Ctrl+?")));
@@ -279,11 +276,3 @@ TEST(BrightwaveRecordAppTest, QuitDuringARecordingFinishesTheFileFirstAndAsksNot
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    bw::test::PrivateSessionBus bus;
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

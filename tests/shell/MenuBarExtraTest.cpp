@@ -1,18 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
 
+#include "interface/ContentView.h"
+#include "interface/LevelMeterView.h"
 #include "shell/MenuBarLabelView.h"
 #include "shell/MenuBarLevelMeter.h"
 #include "shell/RecordingMenuBarView.h"
-#include "interface/ContentView.h"
-#include "interface/LevelMeterView.h"
-#include "tests/shell/BusUnderThreadSanitizer.h"
 #include "tests/shell/ShellRig.h"
-#include "tests/support/PrivateSessionBus.h"
 
 namespace bw::test {
 namespace {
@@ -67,42 +64,38 @@ TEST(MenuBarExtraTest, AFailureDuringTheRecordingRemovesTheItemAndTheMainWindowS
 }
 
 TEST(MenuBarExtraTest, AHostReadsTheTimeAsLabelTitleAndTooltipAndItsClickOpensThePanel) {
-    const struct {
-        double seconds;
-        const char* shown;
-        const char* guide;
-    } cases[] = {
+    ShellRig rig;
+    rig.launch();
+    rig.startRecordingPlayer();
+    ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
+    const FakeTrayHost& host = *rig.trayHost;
+    EXPECT_EQ(host.property("IconName").toString(), "media-record");
+    EXPECT_EQ(host.property("Status").toString(), "Active");
+    EXPECT_FALSE(host.iconImage().isNull()) << "a drawn icon for hosts without the theme";
+    // Seconds into the recording, the label, and the guide a host sizes the label by.
+    const std::tuple<int, const char*, const char*> times[] = {
         {7, "00:07", "00:00"}, {12 * 60 + 34, "12:34", "00:00"}, {3600, "1:00:00", "0:00:00"}};
-    for (const auto& c : cases) {
-        ShellRig rig;
-        rig.launch();
-        rig.startRecordingPlayer();
-        ASSERT_TRUE(pumpUntil([&] { return rig.trayHost->items().size() == 1; }));
-        rig.clock->advance(std::chrono::milliseconds(static_cast<int>(c.seconds * 1000)));
-        ASSERT_TRUE(pumpUntil([&] { return rig.timer.elapsed() >= c.seconds; }));
-        ASSERT_TRUE(pumpUntil([&] {
-            return rig.trayHost->announcedLabel() == QLatin1String(c.shown);
-        })) << c.shown;
-
-        const FakeTrayHost& host = *rig.trayHost;
-        const QString named = QStringLiteral("Brightwave Record, recording, ") + c.shown;
+    int elapsed = 0;
+    for (const auto& [seconds, shown, guide] : times) {
+        rig.clock->advance(std::chrono::seconds(seconds - elapsed));
+        elapsed = seconds;
+        ASSERT_TRUE(pumpUntil([&] { return host.announcedLabel() == QLatin1String(shown); }))
+            << shown;
+        const QString named = QStringLiteral("Brightwave Record, recording, ") + shown;
         EXPECT_EQ(rig.app->menuBarExtra()->label()->accessibleLabel(), named);
-        EXPECT_EQ(host.property("XAyatanaLabel").toString(), QLatin1String(c.shown));
-        EXPECT_EQ(host.property("XAyatanaLabelGuide").toString(), QLatin1String(c.guide));
+        EXPECT_EQ(host.property("XAyatanaLabel").toString(), QLatin1String(shown));
+        EXPECT_EQ(host.property("XAyatanaLabelGuide").toString(), QLatin1String(guide));
         EXPECT_EQ(host.property("Title").toString(), named);
         EXPECT_EQ(host.toolTipTitle(), named);
-        EXPECT_EQ(host.property("IconName").toString(), "media-record");
-        EXPECT_EQ(host.property("Status").toString(), "Active");
-        EXPECT_FALSE(host.iconImage().isNull()) << "a drawn icon for hosts without the theme";
-
-        ASSERT_TRUE(host.callItem(QStringLiteral("Activate"), 40, 30));
-        ASSERT_NE(rig.app->menuBarExtra()->panel(), nullptr);
-        EXPECT_TRUE(rig.app->menuBarExtra()->panel()->isVisible());
-        ASSERT_TRUE(host.callItem(QStringLiteral("Activate"), 40, 30));
-        EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr) << "a second click closes it";
-        ASSERT_TRUE(host.callItem(QStringLiteral("ContextMenu"), 40, 30));
-        EXPECT_NE(rig.app->menuBarExtra()->panel(), nullptr);
     }
+
+    ASSERT_TRUE(host.callItem(QStringLiteral("Activate"), 40, 30));
+    ASSERT_NE(rig.app->menuBarExtra()->panel(), nullptr);
+    EXPECT_TRUE(rig.app->menuBarExtra()->panel()->isVisible());
+    ASSERT_TRUE(host.callItem(QStringLiteral("Activate"), 40, 30));
+    EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr) << "a second click closes it";
+    ASSERT_TRUE(host.callItem(QStringLiteral("ContextMenu"), 40, 30));
+    EXPECT_NE(rig.app->menuBarExtra()->panel(), nullptr);
 }
 
 TEST(MenuBarExtraTest, ClosingTheWindowDuringARecordingMinimisesItOnlyWhereNoTrayShows) {
@@ -203,11 +196,3 @@ TEST(MenuBarExtraTest, ThePanelMeterStartsAtZeroAndFollowsTheMixFromTheNextStep)
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    bw::test::PrivateSessionBus bus;
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

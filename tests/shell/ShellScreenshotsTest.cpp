@@ -3,23 +3,20 @@
 // BW_SCREENSHOT_DIR set they are also saved there (scripts/screenshots).
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QDir>
 #include <QPainter>
 #include <QPushButton>
 
 #include <QLabel>
+#include "interface/ContentView.h"
+#include "interface/LevelMeterView.h"
+#include "interface/Theme.h"
 #include "shell/ApplicationIcon.h"
 #include "shell/MenuBarLabelView.h"
 #include "shell/MenuBarLevelMeter.h"
 #include "shell/RecordingMenuBarView.h"
-#include "interface/ContentView.h"
-#include "interface/LevelMeterView.h"
-#include "interface/Theme.h"
-#include "tests/shell/BusUnderThreadSanitizer.h"
-#include "tests/shell/ShellRig.h"
 #include "tests/interface/WidgetImages.h"
-#include "tests/support/PrivateSessionBus.h"
+#include "tests/shell/ShellRig.h"
 
 namespace bw::test {
 namespace {
@@ -128,11 +125,3 @@ TEST(ShellScreenshotsTest, TheProgramIconIsTheSameDrawingAtEverySize) {
 
 }  // namespace
 }  // namespace bw::test
-
-int main(int argc, char** argv) {
-    bw::test::PrivateSessionBus bus;
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
