@@ -44,17 +44,17 @@
 <context>
     <name>QueuedFileWriter</name>
     <message>
-        <location filename="../engine/QueuedFileWriter.cpp" line="+27"/>
+        <location filename="../engine/QueuedFileWriter.cpp" line="+26"/>
         <source>Recording stopped because writing could not keep up.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+10"/>
+        <location line="+12"/>
         <source>Recording failed while preparing audio for writing.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+13"/>
+        <location line="+20"/>
         <source>Recording failed while writing the file.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -62,18 +62,33 @@
 <context>
     <name>RecordingEngine</name>
     <message>
-        <location filename="../engine/RecordingEngine.cpp" line="+116"/>
+        <location filename="../engine/RecordingEngine.cpp" line="+135"/>
         <source>This source could not be opened for recording.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+48"/>
+        <location line="+60"/>
         <source>Could not create the folder</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+66"/>
+        <location line="+69"/>
         <source>Recording stopped because the audio output changed.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+86"/>
+        <source>Its own file could not be created.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+37"/>
+        <source>The source could not be routed to it.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+51"/>
+        <source>Its own file is incomplete.</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -137,12 +152,12 @@
 <context>
     <name>bw::AppState</name>
     <message>
-        <location filename="../app/AppState.cpp" line="+340"/>
+        <location filename="../app/AppState.cpp" line="+360"/>
         <source>Microphone access was denied. Allow it in your desktop’s privacy settings, under Microphone.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+118"/>
+        <location line="+147"/>
         <source>Recording saved to %1</source>
         <translation type="unfinished"></translation>
     </message>
@@ -152,7 +167,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+150"/>
+        <location line="+158"/>
         <source>The recordings folder could not be created: %1</source>
         <translation type="unfinished"></translation>
     </message>
@@ -189,7 +204,7 @@
 <context>
     <name>bw::BrightwaveRecordApp</name>
     <message>
-        <location filename="../shell/BrightwaveRecordApp.cpp" line="+99"/>
+        <location filename="../shell/BrightwaveRecordApp.cpp" line="+103"/>
         <source>Brightwave Record Help</source>
         <translation type="unfinished"></translation>
     </message>
@@ -333,12 +348,17 @@
 <context>
     <name>bw::GeneralSettingsView</name>
     <message>
-        <location filename="../interface/GeneralSettingsView.cpp" line="+78"/>
+        <location filename="../interface/GeneralSettingsView.cpp" line="+79"/>
         <source>Recording format:</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+11"/>
+        <location line="+2"/>
+        <source>Also save each source as its own file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+14"/>
         <source>Choose…</source>
         <translation type="unfinished"></translation>
     </message>
@@ -358,7 +378,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+43"/>
+        <location line="+51"/>
         <source>Choose a Recordings Folder</source>
         <translation type="unfinished"></translation>
     </message>
@@ -425,6 +445,16 @@
     </message>
     <message>
         <location line="+6"/>
+        <source>What does “Also save each source as its own file” do?</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Beside the mix, every source of the recording gets a file of its own, named after the recording and the source, at its fader’s level — for editing a call or a podcast afterwards. The files start and end together with the mix, so they line up in any editor; a source that stayed silent gets a silent file. Turn it on in Settings → General.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+7"/>
         <source>Nothing is recorded / permission problems</source>
         <translation type="unfinished"></translation>
     </message>
@@ -498,7 +528,7 @@
 <context>
     <name>bw::OnboardingView</name>
     <message>
-        <location filename="../interface/OnboardingView.cpp" line="+262"/>
+        <location filename="../interface/OnboardingView.cpp" line="+270"/>
         <source>Record any audio on your computer</source>
         <translation type="unfinished"></translation>
     </message>
@@ -563,7 +593,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+18"/>
+        <location line="+15"/>
         <source>You&apos;re ready to record</source>
         <translation type="unfinished"></translation>
     </message>
@@ -581,13 +611,13 @@
     <message>
         <location line="-6"/>
         <location line="+6"/>
-        <location line="+58"/>
+        <location line="+59"/>
         <source>Continue</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-58"/>
-        <location line="+58"/>
+        <location line="-59"/>
+        <location line="+59"/>
         <source>Skip</source>
         <translation type="unfinished"></translation>
     </message>
@@ -630,14 +660,14 @@
 <context>
     <name>bw::RecordButton</name>
     <message>
-        <location filename="../interface/RecordButton.cpp" line="+94"/>
-        <location line="+45"/>
+        <location filename="../interface/RecordButton.cpp" line="+109"/>
+        <location line="+57"/>
         <source>Record</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-45"/>
-        <location line="+45"/>
+        <location line="-57"/>
+        <location line="+57"/>
         <source>Stop</source>
         <translation type="unfinished"></translation>
     </message>
@@ -673,7 +703,7 @@
 <context>
     <name>bw::SegmentedMeter</name>
     <message>
-        <location filename="../interface/SegmentedMeter.cpp" line="+25"/>
+        <location filename="../interface/SegmentedMeter.cpp" line="+26"/>
         <source>Recording level</source>
         <translation type="unfinished"></translation>
     </message>
@@ -728,7 +758,7 @@
 <context>
     <name>bw::TimecodeLCDView</name>
     <message>
-        <location filename="../interface/TimecodeLCDView.cpp" line="+28"/>
+        <location filename="../interface/TimecodeLCDView.cpp" line="+30"/>
         <source>Elapsed time</source>
         <translation type="unfinished"></translation>
     </message>
