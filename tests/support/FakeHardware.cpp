@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstring>
 #include <set>
-#include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "platform/dispatch/SerialQueue.h"
@@ -38,7 +37,7 @@ struct IOProc {
     AudioObjectID device = 0;
     std::shared_ptr<SerialQueue> queue;
     std::shared_ptr<const AudioDeviceIOBlock> block;
-    bool started = false;  // guarded by the state mutex
+    bool started = false;  // guarded by the core's mutex
 };
 
 struct ListenerEntry {
@@ -66,6 +65,8 @@ struct Announcement {
     AudioObjectPropertyAddress address;
 };
 
+using Announcements = std::vector<Announcement>;
+
 constexpr AudioObjectPropertyAddress globalAddress(AudioObjectPropertySelector selector) {
     return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMain};
 }
@@ -90,106 +91,37 @@ std::vector<std::uint8_t> bytesOf(const T& value) {
     return std::vector<std::uint8_t>(p, p + sizeof(T));
 }
 
-std::uint64_t monotonicNanos() {
-    return std::uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                             std::chrono::steady_clock::now().time_since_epoch())
-                             .count());
+template <class Map>
+std::vector<AudioObjectID> keysOf(const Map& map) {
+    std::vector<AudioObjectID> keys;
+    for (const auto& entry : map) {
+        keys.push_back(entry.first);
+    }
+    return keys;
 }
 
-// The sample layout of one side of a device, reduced to what buffer building needs.
-struct Layout {
-    std::uint32_t channels = 0;
-    std::uint32_t bytesPerSample = 0;
-    bool interleaved = false;
-    bool isFloat = false;
-    bool isSigned = false;
-
-    static Layout of(const AudioStreamBasicDescription& format) {
-        Layout layout;
-        layout.channels = format.mChannelsPerFrame;
-        layout.bytesPerSample = format.mBitsPerChannel / 8;
-        layout.interleaved = (format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) == 0;
-        if (layout.bytesPerSample == 0 && layout.channels > 0) {
-            layout.bytesPerSample = layout.interleaved ? format.mBytesPerFrame / layout.channels
-                                                       : format.mBytesPerFrame;
-        }
-        layout.isFloat = (format.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-        layout.isSigned = (format.mFormatFlags & kAudioFormatFlagIsSignedInteger) != 0;
-        return layout;
-    }
-
-    std::uint32_t bufferCount() const { return interleaved ? 1 : channels; }
-    std::uint32_t channelsPerBuffer() const { return interleaved ? channels : 1; }
-};
-
-template <class Int>
-Int toInt(float value) {
-    constexpr double scale = double(std::uint64_t(1) << (8 * sizeof(Int) - 1));
-    double scaled = std::round(double(value) * scale);
-    scaled = std::clamp(scaled, -scale, scale - 1);
-    return Int(scaled);
+template <class Map>
+std::optional<typename Map::mapped_type> lookup(const Map& map, AudioObjectID key) {
+    auto it = map.find(key);
+    return it == map.end() ? std::nullopt : std::optional(it->second);
 }
 
-template <class Int>
-float fromInt(Int value) {
-    constexpr double scale = double(std::uint64_t(1) << (8 * sizeof(Int) - 1));
-    return float(double(value) / scale);
-}
-
-void encodeSample(const Layout& layout, float value, std::uint8_t* out) {
-    if (layout.isFloat && layout.bytesPerSample == 4) {
-        std::memcpy(out, &value, 4);
-    } else if (layout.isFloat && layout.bytesPerSample == 8) {
-        double wide = value;
-        std::memcpy(out, &wide, 8);
-    } else if (layout.isSigned && layout.bytesPerSample == 2) {
-        auto sample = toInt<std::int16_t>(value);
-        std::memcpy(out, &sample, 2);
-    } else if (layout.isSigned && layout.bytesPerSample == 4) {
-        auto sample = toInt<std::int32_t>(value);
-        std::memcpy(out, &sample, 4);
-    }
-    // Other layouts stay silent: no test feeds them.
-}
-
-float decodeSample(const Layout& layout, const std::uint8_t* in) {
-    if (layout.isFloat && layout.bytesPerSample == 4) {
-        float value;
-        std::memcpy(&value, in, 4);
-        return value;
-    }
-    if (layout.isFloat && layout.bytesPerSample == 8) {
-        double value;
-        std::memcpy(&value, in, 8);
-        return float(value);
-    }
-    if (layout.isSigned && layout.bytesPerSample == 2) {
-        std::int16_t value;
-        std::memcpy(&value, in, 2);
-        return fromInt(value);
-    }
-    if (layout.isSigned && layout.bytesPerSample == 4) {
-        std::int32_t value;
-        std::memcpy(&value, in, 4);
-        return fromInt(value);
-    }
-    return 0.0f;
-}
-
-// Owns the memory behind one AudioBufferList of a cycle. Everything is allocated up front so the
-// cycle itself touches no allocator.
+// Owns the memory behind one AudioBufferList of a cycle, all of it made up front so the cycle
+// itself touches no allocator. Samples are 32-bit floats, interleaved or not: the only layouts an
+// IO block meets in tests (a tap of integers is refused before any cycle).
 class CycleBuffers {
 public:
-    CycleBuffers(const Layout& layout, std::uint32_t frames) : layout_(layout), frames_(frames) {
-        std::uint32_t count = layout.bufferCount();
-        std::size_t bytes =
-            std::size_t(frames) * layout.channelsPerBuffer() * layout.bytesPerSample;
-        storage_.assign(count, std::vector<std::uint8_t>(bytes, 0));
+    CycleBuffers(const AudioStreamBasicDescription& format, std::uint32_t frames)
+        : channels_(format.mChannelsPerFrame),
+          frames_(frames),
+          interleaved_((format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) == 0) {
+        const std::uint32_t count = interleaved_ ? 1 : channels_;
+        const std::uint32_t perBuffer = interleaved_ ? channels_ : 1;
+        storage_.assign(count, std::vector<float>(std::size_t(frames) * perBuffer, 0.0f));
         buffers_.resize(count);
         for (std::uint32_t i = 0; i < count; ++i) {
-            buffers_[i].mNumberChannels = layout.channelsPerBuffer();
-            buffers_[i].mDataByteSize = std::uint32_t(bytes);
-            buffers_[i].mData = storage_[i].data();
+            buffers_[i] = {perBuffer, std::uint32_t(storage_[i].size() * sizeof(float)),
+                           storage_[i].data()};
         }
         list_.mNumberBuffers = count;
         list_.mBuffers = buffers_.data();
@@ -200,39 +132,32 @@ public:
 
     AudioBufferList* list() { return &list_; }
 
-    std::uint8_t* sampleAt(std::uint32_t channel, std::uint32_t frame) {
-        if (layout_.interleaved) {
-            return storage_[0].data() +
-                   (std::size_t(frame) * layout_.channels + channel) * layout_.bytesPerSample;
-        }
-        return storage_[channel].data() + std::size_t(frame) * layout_.bytesPerSample;
+    float& at(std::uint32_t channel, std::uint32_t frame) {
+        return interleaved_ ? storage_[0][std::size_t(frame) * channels_ + channel]
+                            : storage_[channel][frame];
     }
 
     void fill(const std::vector<std::vector<float>>& samples) {
-        for (std::uint32_t channel = 0; channel < layout_.channels; ++channel) {
-            if (channel >= samples.size()) {
-                break;
-            }
-            const auto& source = samples[channel];
-            std::uint32_t count = std::min<std::uint32_t>(frames_, std::uint32_t(source.size()));
-            for (std::uint32_t frame = 0; frame < count; ++frame) {
-                encodeSample(layout_, source[frame], sampleAt(channel, frame));
+        for (std::uint32_t ch = 0; ch < channels_ && ch < samples.size(); ++ch) {
+            for (std::uint32_t f = 0; f < frames_ && f < samples[ch].size(); ++f) {
+                at(ch, f) = samples[ch][f];
             }
         }
     }
 
     void addTo(std::vector<std::vector<float>>& mix) {
-        for (std::uint32_t channel = 0; channel < layout_.channels; ++channel) {
-            for (std::uint32_t frame = 0; frame < frames_; ++frame) {
-                mix[channel][frame] += decodeSample(layout_, sampleAt(channel, frame));
+        for (std::uint32_t ch = 0; ch < channels_; ++ch) {
+            for (std::uint32_t f = 0; f < frames_; ++f) {
+                mix[ch][f] += at(ch, f);
             }
         }
     }
 
 private:
-    Layout layout_;
+    std::uint32_t channels_;
     std::uint32_t frames_;
-    std::vector<std::vector<std::uint8_t>> storage_;
+    bool interleaved_;
+    std::vector<std::vector<float>> storage_;
     std::vector<AudioBuffer> buffers_;
     AudioBufferList list_;
 };
@@ -278,6 +203,12 @@ struct Core {
         }
         auto it = properties.lower_bound(PropertyKey(object, {0, 0, 0}));
         return it != properties.end() && it->first.object == object;
+    }
+
+    // The status of a property that isn't there.
+    OSStatus missing(AudioObjectID object) const {
+        return objectExists(object) ? kAudioHardwareUnknownPropertyError
+                                    : kAudioHardwareBadObjectError;
     }
 
     // Exact address first; a property kept in the global scope answers for any scope.
@@ -336,6 +267,24 @@ struct Core {
             std::vector<std::uint8_t>(p, p + ids.size() * sizeof(AudioObjectID)), false, {}};
     }
 
+    // Stores a value of an object and announces it.
+    template <class T>
+    void change(AudioObjectID object, AudioObjectPropertySelector selector, const T& value,
+                Announcements& out) {
+        store(object, globalAddress(selector), value);
+        collect(object, globalAddress(selector), out);
+    }
+
+    // Edits a list of the system object and announces it.
+    template <class F>
+    void editSystemList(AudioObjectPropertySelector selector, F edit, Announcements& out) {
+        const auto address = globalAddress(selector);
+        auto list = idArray(kAudioObjectSystemObject, address);
+        edit(list);
+        storeIdArray(kAudioObjectSystemObject, address, list);
+        collect(kAudioObjectSystemObject, address, out);
+    }
+
     void eraseObject(AudioObjectID object) {
         objects.erase(object);
         std::erase_if(properties, [&](const auto& entry) { return entry.first.object == object; });
@@ -352,20 +301,16 @@ struct Core {
         }
     }
 
-    void eraseProcsOf(AudioObjectID device) {
-        stopProcsOf(device);
-        std::erase_if(procs, [&](const auto& entry) { return entry.second->device == device; });
-    }
-
-    void log(HardwareOperation operation, AudioObjectID object,
-             AudioObjectPropertySelector selector) {
-        calls.push_back({operation, object, selector});
+    std::size_t procCount(AudioObjectID device, bool runningOnly) const {
+        return std::size_t(std::count_if(procs.begin(), procs.end(), [&](const auto& entry) {
+            return entry.second->device == device && (entry.second->started || !runningOnly);
+        }));
     }
 
     // Logs the call, then returns the status of an injected failure or 0.
     OSStatus logAndCheck(HardwareOperation operation, AudioObjectID object,
                          AudioObjectPropertySelector selector) {
-        log(operation, object, selector);
+        calls.push_back({operation, object, selector});
         auto next = std::find_if(nextFailures.begin(), nextFailures.end(),
                                  [&](const Failure& f) { return f.matches(operation, selector); });
         if (next != nextFailures.end()) {
@@ -382,7 +327,7 @@ struct Core {
     }
 
     void collect(AudioObjectID object, const AudioObjectPropertyAddress& address,
-                 std::vector<Announcement>& out) const {
+                 Announcements& out) const {
         for (const ListenerEntry& entry : listeners) {
             if (entry.object == object && entry.address.mSelector == address.mSelector &&
                 scopesMatch(entry.address.mScope, address.mScope) &&
@@ -402,39 +347,35 @@ struct Core {
         return devices.count(object) != 0 || aggregates.count(object) != 0;
     }
 
+    // A device's own side, or for an aggregate the tap it hears: that tap's format at the
+    // aggregate's own rate.
     std::optional<AudioStreamBasicDescription> sideFormat(AudioObjectID device,
                                                           AudioObjectPropertyScope scope) const {
-        auto format = value<AudioStreamBasicDescription>(
-            device, {kAudioDevicePropertyStreamFormat, scope, kAudioObjectPropertyElementMain});
-        if (!format || format->mChannelsPerFrame == 0) {
-            return std::nullopt;
-        }
-        return format;
-    }
-
-    // An aggregate hears its tap: that tap's format at the aggregate's own rate.
-    std::optional<AudioStreamBasicDescription> aggregateInputFormat(AudioObjectID device) const {
-        const AggregateDeviceDescription& description = aggregates.at(device);
-        AudioStreamBasicDescription format = tapFormat;
-        bool found = false;
-        for (const auto& subTap : description.taps) {
-            for (const auto& [tap, tapDescription] : taps) {
-                if (tapDescription.uuidString == subTap.uid) {
+        std::optional<AudioStreamBasicDescription> format;
+        if (auto aggregate = aggregates.find(device); aggregate != aggregates.end()) {
+            if (scope != kAudioObjectPropertyScopeInput) {
+                return std::nullopt;
+            }
+            format = tapFormat;
+            for (const auto& subTap : aggregate->second.taps) {
+                auto tap = std::find_if(taps.begin(), taps.end(), [&](const auto& entry) {
+                    return entry.second.uuidString == subTap.uid;
+                });
+                if (tap != taps.end()) {
                     format = value<AudioStreamBasicDescription>(
-                                 tap, globalAddress(kAudioTapPropertyFormat))
-                                 .value_or(tapFormat);
-                    found = true;
+                        tap->first, globalAddress(kAudioTapPropertyFormat));
                     break;
                 }
             }
-            if (found) {
-                break;
-            }
+            format = format.value_or(tapFormat);
+            format->mSampleRate =
+                value<double>(device, globalAddress(kAudioDevicePropertyNominalSampleRate))
+                    .value_or(aggregateRate);
+        } else {
+            format = value<AudioStreamBasicDescription>(
+                device, {kAudioDevicePropertyStreamFormat, scope, kAudioObjectPropertyElementMain});
         }
-        format.mSampleRate =
-            value<double>(device, globalAddress(kAudioDevicePropertyNominalSampleRate))
-                .value_or(aggregateRate);
-        if (format.mChannelsPerFrame == 0) {
+        if (!format || format->mChannelsPerFrame == 0) {
             return std::nullopt;
         }
         return format;
@@ -446,46 +387,79 @@ struct Core {
 struct FakeHardware::State {
     std::shared_ptr<Core> core = std::make_shared<Core>();
 
-    // Queues the listener calls. Each task checks, under the lock, that its registration is still
-    // there, so a removal that has returned stops calls that were already queued.
-    void dispatch(std::vector<Announcement> announcements) const {
-        std::weak_ptr<Core> weak = core;
-        for (auto& announcement : announcements) {
-            auto queue = std::move(announcement.queue);
-            queue->async([weak, a = std::move(announcement)] {
-                auto strong = weak.lock();
-                if (!strong) {
-                    return;
-                }
-                {
-                    std::lock_guard lock(strong->mutex);
-                    if (!strong->isRegistered(a.registration)) {
+    template <class F>
+    auto locked(F body) const {
+        std::lock_guard lock(core->mutex);
+        return body(*core);
+    }
+
+    // Runs `change` under the lock, then queues the listener calls it collected. Each task checks,
+    // under the lock, that its registration is still there, so a removal that has returned stops
+    // calls that were already queued.
+    template <class F>
+    auto announce(F change) const {
+        Announcements announcements;
+        std::unique_lock lock(core->mutex);
+        auto finish = [&] {
+            lock.unlock();
+            std::weak_ptr<Core> weak = core;
+            for (auto& announcement : announcements) {
+                auto queue = std::move(announcement.queue);
+                queue->async([weak, a = std::move(announcement)] {
+                    auto strong = weak.lock();
+                    if (!strong) {
                         return;
                     }
-                }
-                (*a.listener)(1, &a.address);
-            });
+                    {
+                        std::lock_guard lock(strong->mutex);
+                        if (!strong->isRegistered(a.registration)) {
+                            return;
+                        }
+                    }
+                    (*a.listener)(1, &a.address);
+                });
+            }
+        };
+        if constexpr (std::is_void_v<decltype(change(*core, announcements))>) {
+            change(*core, announcements);
+            finish();
+        } else {
+            auto result = change(*core, announcements);
+            finish();
+            return result;
         }
+    }
+
+    // Locks, logs the call and applies an injected failure; otherwise runs `body` on the core.
+    template <class F>
+    OSStatus call(HardwareOperation operation, AudioObjectID object,
+                  AudioObjectPropertySelector selector, F body) const {
+        std::lock_guard lock(core->mutex);
+        if (OSStatus status = core->logAndCheck(operation, object, selector)) {
+            return status;
+        }
+        return body(*core);
     }
 };
 
 FakeHardware::FakeHardware() : state_(std::make_unique<State>()) {
     Core& core = *state_->core;
     core.objects.insert(kAudioObjectSystemObject);
-    core.storeIdArray(kAudioObjectSystemObject, globalAddress(kAudioHardwarePropertyDevices), {});
-    core.storeIdArray(kAudioObjectSystemObject,
-                      globalAddress(kAudioHardwarePropertyProcessObjectList), {});
-    core.store(kAudioObjectSystemObject, globalAddress(kAudioHardwarePropertyDefaultOutputDevice),
-               AudioObjectID(0));
-    core.store(kAudioObjectSystemObject, globalAddress(kAudioHardwarePropertyDefaultInputDevice),
-               AudioObjectID(0));
+    for (auto list : {kAudioHardwarePropertyDevices, kAudioHardwarePropertyProcessObjectList}) {
+        core.storeIdArray(kAudioObjectSystemObject, globalAddress(list), {});
+    }
+    for (auto device :
+         {kAudioHardwarePropertyDefaultOutputDevice, kAudioHardwarePropertyDefaultInputDevice}) {
+        core.store(kAudioObjectSystemObject, globalAddress(device), AudioObjectID(0));
+    }
 }
 
 FakeHardware::~FakeHardware() {
     // Listener tasks still queued elsewhere must not call into a test that has moved on.
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->listeners.clear();
-    state_->core->procs.clear();
+    state_->locked([](Core& core) {
+        core.listeners.clear();
+        core.procs.clear();
+    });
 }
 
 AudioStreamBasicDescription FakeHardware::floatFormat(double sampleRate, std::uint32_t channels,
@@ -506,14 +480,9 @@ AudioStreamBasicDescription FakeHardware::floatFormat(double sampleRate, std::ui
 }
 
 AudioStreamBasicDescription FakeHardware::int16Format(double sampleRate, std::uint32_t channels) {
-    AudioStreamBasicDescription format;
-    format.mSampleRate = sampleRate;
-    format.mFormatID = kAudioFormatLinearPCM;
+    AudioStreamBasicDescription format = floatFormat(sampleRate, channels, true);
     format.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-    format.mBytesPerFrame = 2 * channels;
-    format.mBytesPerPacket = format.mBytesPerFrame;
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = channels;
+    format.mBytesPerFrame = format.mBytesPerPacket = 2 * channels;
     format.mBitsPerChannel = 16;
     return format;
 }
@@ -521,12 +490,8 @@ AudioStreamBasicDescription FakeHardware::int16Format(double sampleRate, std::ui
 // ---- Scripting objects -------------------------------------------------------------------------
 
 AudioObjectID FakeHardware::addDevice(const DeviceSpec& config) {
-    std::vector<Announcement> announcements;
-    AudioObjectID device;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        device = core.nextObject++;
+    return state_->announce([&](Core& core, Announcements& out) {
+        AudioObjectID device = core.nextObject++;
         core.objects.insert(device);
         core.sampleTimes[device] = 0;
         core.storeString(device, globalAddress(kAudioDevicePropertyDeviceUID), config.uid);
@@ -558,32 +523,24 @@ AudioObjectID FakeHardware::addDevice(const DeviceSpec& config) {
         addSide(kAudioObjectPropertyScopeOutput, config.outputFormat, hasOutput);
         addSide(kAudioObjectPropertyScopeInput, config.inputFormat, hasInput);
 
-        auto devicesAddress = globalAddress(kAudioHardwarePropertyDevices);
-        auto list = core.idArray(kAudioObjectSystemObject, devicesAddress);
-        list.push_back(device);
-        core.storeIdArray(kAudioObjectSystemObject, devicesAddress, list);
-        core.collect(kAudioObjectSystemObject, devicesAddress, announcements);
-
-        auto adoptDefault = [&](AudioObjectPropertySelector selector, bool present) {
-            auto address = globalAddress(selector);
+        core.editSystemList(
+            kAudioHardwarePropertyDevices, [&](auto& list) { list.push_back(device); }, out);
+        // The first device of a side becomes its default.
+        for (auto [selector, present] :
+             {std::pair{kAudioHardwarePropertyDefaultOutputDevice, hasOutput},
+              std::pair{kAudioHardwarePropertyDefaultInputDevice, hasInput}}) {
             if (present &&
-                core.value<AudioObjectID>(kAudioObjectSystemObject, address).value_or(0) == 0) {
-                core.store(kAudioObjectSystemObject, address, device);
-                core.collect(kAudioObjectSystemObject, address, announcements);
+                core.value<AudioObjectID>(kAudioObjectSystemObject, globalAddress(selector))
+                        .value_or(0) == 0) {
+                core.change(kAudioObjectSystemObject, selector, device, out);
             }
-        };
-        adoptDefault(kAudioHardwarePropertyDefaultOutputDevice, hasOutput);
-        adoptDefault(kAudioHardwarePropertyDefaultInputDevice, hasInput);
-    }
-    state_->dispatch(std::move(announcements));
-    return device;
+        }
+        return device;
+    });
 }
 
 void FakeHardware::removeDevice(AudioObjectID device) {
-    std::vector<Announcement> announcements;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
+    state_->announce([&](Core& core, Announcements& out) {
         auto it = core.devices.find(device);
         if (it == core.devices.end()) {
             return;
@@ -594,267 +551,177 @@ void FakeHardware::removeDevice(AudioObjectID device) {
         core.devices.erase(it);
         core.eraseObject(device);
         core.stopProcsOf(device);
-
-        auto devicesAddress = globalAddress(kAudioHardwarePropertyDevices);
-        auto list = core.idArray(kAudioObjectSystemObject, devicesAddress);
-        std::erase(list, device);
-        core.storeIdArray(kAudioObjectSystemObject, devicesAddress, list);
-        core.collect(kAudioObjectSystemObject, devicesAddress, announcements);
-
+        core.editSystemList(
+            kAudioHardwarePropertyDevices, [&](auto& list) { std::erase(list, device); }, out);
         for (auto selector : {kAudioHardwarePropertyDefaultOutputDevice,
                               kAudioHardwarePropertyDefaultInputDevice}) {
-            auto address = globalAddress(selector);
-            if (core.value<AudioObjectID>(kAudioObjectSystemObject, address) == device) {
-                core.store(kAudioObjectSystemObject, address, AudioObjectID(0));
-                core.collect(kAudioObjectSystemObject, address, announcements);
+            if (core.value<AudioObjectID>(kAudioObjectSystemObject, globalAddress(selector)) ==
+                device) {
+                core.change(kAudioObjectSystemObject, selector, AudioObjectID(0), out);
             }
         }
-    }
-    state_->dispatch(std::move(announcements));
+    });
 }
 
 void FakeHardware::setDefaultOutputDevice(AudioObjectID device) {
-    std::vector<Announcement> announcements;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        auto address = globalAddress(kAudioHardwarePropertyDefaultOutputDevice);
-        core.store(kAudioObjectSystemObject, address, device);
-        core.collect(kAudioObjectSystemObject, address, announcements);
-    }
-    state_->dispatch(std::move(announcements));
-}
-
-void FakeHardware::setDefaultInputDevice(AudioObjectID device) {
-    std::vector<Announcement> announcements;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        auto address = globalAddress(kAudioHardwarePropertyDefaultInputDevice);
-        core.store(kAudioObjectSystemObject, address, device);
-        core.collect(kAudioObjectSystemObject, address, announcements);
-    }
-    state_->dispatch(std::move(announcements));
+    state_->announce([&](Core& core, Announcements& out) {
+        core.change(kAudioObjectSystemObject, kAudioHardwarePropertyDefaultOutputDevice, device,
+                    out);
+    });
 }
 
 AudioObjectID FakeHardware::addProcess(std::int32_t pid, bool runningOutput) {
-    std::vector<Announcement> announcements;
-    AudioObjectID process;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        process = core.nextObject++;
+    return state_->announce([&](Core& core, Announcements& out) {
+        AudioObjectID process = core.nextObject++;
         core.objects.insert(process);
         core.processes.insert(process);
         core.store(process, globalAddress(kAudioProcessPropertyPID), pid);
         core.store(process, globalAddress(kAudioProcessPropertyIsRunningOutput),
                    std::uint32_t(runningOutput ? 1 : 0));
-        auto listAddress = globalAddress(kAudioHardwarePropertyProcessObjectList);
-        auto list = core.idArray(kAudioObjectSystemObject, listAddress);
-        list.push_back(process);
-        core.storeIdArray(kAudioObjectSystemObject, listAddress, list);
-        core.collect(kAudioObjectSystemObject, listAddress, announcements);
-    }
-    state_->dispatch(std::move(announcements));
-    return process;
+        core.editSystemList(
+            kAudioHardwarePropertyProcessObjectList, [&](auto& list) { list.push_back(process); },
+            out);
+        return process;
+    });
 }
 
 void FakeHardware::removeProcess(AudioObjectID process) {
-    std::vector<Announcement> announcements;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        if (core.processes.erase(process) == 0) {
-            return;
+    state_->announce([&](Core& core, Announcements& out) {
+        if (core.processes.erase(process) != 0) {
+            core.eraseObject(process);
+            core.editSystemList(
+                kAudioHardwarePropertyProcessObjectList,
+                [&](auto& list) { std::erase(list, process); }, out);
         }
-        core.eraseObject(process);
-        auto listAddress = globalAddress(kAudioHardwarePropertyProcessObjectList);
-        auto list = core.idArray(kAudioObjectSystemObject, listAddress);
-        std::erase(list, process);
-        core.storeIdArray(kAudioObjectSystemObject, listAddress, list);
-        core.collect(kAudioObjectSystemObject, listAddress, announcements);
-    }
-    state_->dispatch(std::move(announcements));
-}
-
-void FakeHardware::setProcessRunningOutput(AudioObjectID process, bool running) {
-    std::vector<Announcement> announcements;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
-        auto address = globalAddress(kAudioProcessPropertyIsRunningOutput);
-        core.store(process, address, std::uint32_t(running ? 1 : 0));
-        core.collect(process, address, announcements);
-    }
-    state_->dispatch(std::move(announcements));
+    });
 }
 
 void FakeHardware::setProperty(AudioObjectID object, const AudioObjectPropertyAddress& address,
                                std::vector<std::uint8_t> bytes) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->properties[PropertyKey(object, address)] =
-        PropertyValue{std::move(bytes), false, {}};
+    state_->locked([&](Core& core) {
+        core.properties[PropertyKey(object, address)] = PropertyValue{std::move(bytes), false, {}};
+    });
 }
 
 void FakeHardware::setArrayProperty(AudioObjectID object, const AudioObjectPropertyAddress& address,
                                     const std::vector<std::uint32_t>& values) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->storeIdArray(object, address, values);
+    state_->locked([&](Core& core) { core.storeIdArray(object, address, values); });
 }
 
 void FakeHardware::setStringProperty(AudioObjectID object,
                                      const AudioObjectPropertyAddress& address,
                                      std::optional<std::string> value) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->storeString(object, address, std::move(value));
+    state_->locked([&](Core& core) { core.storeString(object, address, std::move(value)); });
 }
 
 void FakeHardware::removeProperty(AudioObjectID object, const AudioObjectPropertyAddress& address) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->properties.erase(PropertyKey(object, address));
-    state_->core->reportedSizes.erase(PropertyKey(object, address));
+    state_->locked([&](Core& core) {
+        core.properties.erase(PropertyKey(object, address));
+        core.reportedSizes.erase(PropertyKey(object, address));
+    });
 }
 
 void FakeHardware::setReturnedDataSize(AudioObjectID object,
                                        const AudioObjectPropertyAddress& address,
                                        std::uint32_t size) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->returnedSizes[PropertyKey(object, address)] = size;
+    state_->locked([&](Core& core) { core.returnedSizes[PropertyKey(object, address)] = size; });
 }
 
 void FakeHardware::setReportedDataSize(AudioObjectID object,
                                        const AudioObjectPropertyAddress& address,
                                        std::uint32_t size) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->reportedSizes[PropertyKey(object, address)] = size;
+    state_->locked([&](Core& core) { core.reportedSizes[PropertyKey(object, address)] = size; });
 }
 
 void FakeHardware::setTapFormat(const AudioStreamBasicDescription& format) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->tapFormat = format;
+    state_->locked([&](Core& core) { core.tapFormat = format; });
 }
 
 void FakeHardware::setAggregateSampleRate(double rate) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->aggregateRate = rate;
+    state_->locked([&](Core& core) { core.aggregateRate = rate; });
 }
 
 void FakeHardware::setSupportsBundleIDTaps(bool supported) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->bundleIDTaps = supported;
+    state_->locked([&](Core& core) { core.bundleIDTaps = supported; });
 }
 
 // ---- Failures and call log ---------------------------------------------------------------------
 
 void FakeHardware::failNext(HardwareOperation operation, OSStatus status,
                             std::optional<AudioObjectPropertySelector> selector) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->nextFailures.push_back({operation, status, selector});
+    state_->locked([&](Core& core) { core.nextFailures.push_back({operation, status, selector}); });
 }
 
 void FakeHardware::failAlways(HardwareOperation operation, OSStatus status,
                               std::optional<AudioObjectPropertySelector> selector) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->alwaysFailures.push_back({operation, status, selector});
+    state_->locked([&](Core& core) {
+        core.alwaysFailures.push_back({operation, status, selector});
+    });
 }
 
 void FakeHardware::clearFailures() {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->nextFailures.clear();
-    state_->core->alwaysFailures.clear();
+    state_->locked([](Core& core) {
+        core.nextFailures.clear();
+        core.alwaysFailures.clear();
+    });
 }
 
 std::vector<HardwareCall> FakeHardware::calls() const {
-    std::lock_guard lock(state_->core->mutex);
-    return state_->core->calls;
+    return state_->locked([](const Core& core) { return core.calls; });
 }
 
 std::size_t FakeHardware::callCount(HardwareOperation operation) const {
-    std::lock_guard lock(state_->core->mutex);
-    const auto& calls = state_->core->calls;
-    return std::size_t(std::count_if(calls.begin(), calls.end(), [&](const HardwareCall& call) {
-        return call.operation == operation;
-    }));
+    return state_->locked([&](const Core& core) {
+        return std::size_t(
+            std::count_if(core.calls.begin(), core.calls.end(),
+                          [&](const auto& call) { return call.operation == operation; }));
+    });
 }
 
 void FakeHardware::clearCalls() {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->calls.clear();
+    state_->locked([](Core& core) { core.calls.clear(); });
 }
 
 // ---- Inspection --------------------------------------------------------------------------------
 
 std::vector<AudioObjectID> FakeHardware::taps() const {
-    std::lock_guard lock(state_->core->mutex);
-    std::vector<AudioObjectID> ids;
-    for (const auto& [id, description] : state_->core->taps) {
-        ids.push_back(id);
-    }
-    return ids;
+    return state_->locked([](const Core& core) { return keysOf(core.taps); });
 }
 
 std::optional<TapDescription> FakeHardware::tapDescription(AudioObjectID tap) const {
-    std::lock_guard lock(state_->core->mutex);
-    auto it = state_->core->taps.find(tap);
-    if (it == state_->core->taps.end()) {
-        return std::nullopt;
-    }
-    return it->second;
+    return state_->locked([&](const Core& core) { return lookup(core.taps, tap); });
 }
 
 std::vector<AudioObjectID> FakeHardware::aggregateDevices() const {
-    std::lock_guard lock(state_->core->mutex);
-    std::vector<AudioObjectID> ids;
-    for (const auto& [id, description] : state_->core->aggregates) {
-        ids.push_back(id);
-    }
-    return ids;
+    return state_->locked([](const Core& core) { return keysOf(core.aggregates); });
 }
 
 std::optional<AggregateDeviceDescription> FakeHardware::aggregateDescription(
     AudioObjectID device) const {
-    std::lock_guard lock(state_->core->mutex);
-    auto it = state_->core->aggregates.find(device);
-    if (it == state_->core->aggregates.end()) {
-        return std::nullopt;
-    }
-    return it->second;
+    return state_->locked([&](const Core& core) { return lookup(core.aggregates, device); });
 }
 
 std::size_t FakeHardware::ioProcCount(AudioObjectID device) const {
-    std::lock_guard lock(state_->core->mutex);
-    const auto& procs = state_->core->procs;
-    return std::size_t(std::count_if(procs.begin(), procs.end(), [&](const auto& entry) {
-        return entry.second->device == device;
-    }));
+    return state_->locked([&](const Core& core) { return core.procCount(device, false); });
 }
 
 std::size_t FakeHardware::runningIOProcCount(AudioObjectID device) const {
-    std::lock_guard lock(state_->core->mutex);
-    const auto& procs = state_->core->procs;
-    return std::size_t(std::count_if(procs.begin(), procs.end(), [&](const auto& entry) {
-        return entry.second->device == device && entry.second->started;
-    }));
+    return state_->locked([&](const Core& core) { return core.procCount(device, true); });
 }
 
 std::size_t FakeHardware::listenerCount(AudioObjectID object,
                                         AudioObjectPropertySelector selector) const {
-    std::lock_guard lock(state_->core->mutex);
-    const auto& listeners = state_->core->listeners;
-    return std::size_t(
-        std::count_if(listeners.begin(), listeners.end(), [&](const ListenerEntry& entry) {
-            return entry.object == object && entry.address.mSelector == selector;
-        }));
+    return state_->locked([&](const Core& core) {
+        return std::size_t(std::count_if(
+            core.listeners.begin(), core.listeners.end(), [&](const ListenerEntry& entry) {
+                return entry.object == object && entry.address.mSelector == selector;
+            }));
+    });
 }
 
 void FakeHardware::notifyPropertyChanged(AudioObjectID object,
                                          const AudioObjectPropertyAddress& address) {
-    std::vector<Announcement> announcements;
-    {
-        std::lock_guard lock(state_->core->mutex);
-        state_->core->collect(object, address, announcements);
-    }
-    state_->dispatch(std::move(announcements));
+    state_->announce([&](Core& core, Announcements& out) { core.collect(object, address, out); });
 }
 
 // ---- IO cycles ---------------------------------------------------------------------------------
@@ -872,12 +739,8 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
         if (!core.isDevice(device)) {
             return {};
         }
-        if (core.aggregates.count(device) != 0) {
-            inputFormat = core.aggregateInputFormat(device);
-        } else {
-            inputFormat = core.sideFormat(device, kAudioObjectPropertyScopeInput);
-            outputFormat = core.sideFormat(device, kAudioObjectPropertyScopeOutput);
-        }
+        inputFormat = core.sideFormat(device, kAudioObjectPropertyScopeInput);
+        outputFormat = core.sideFormat(device, kAudioObjectPropertyScopeOutput);
         for (const auto& [id, proc] : core.procs) {
             if (proc->device == device && proc->started) {
                 procs.push_back(proc);
@@ -888,7 +751,9 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
         now.mSampleTime = sampleTime;
         sampleTime += frames;
     }
-    now.mHostTime = monotonicNanos();
+    now.mHostTime = std::uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                      std::chrono::steady_clock::now().time_since_epoch())
+                                      .count());
     AudioTimeStamp inputTime = now;
     // Output is scheduled one buffer ahead of the input it answers.
     AudioTimeStamp outputTime = now;
@@ -897,15 +762,12 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
     // All buffers up front: the blocks see only memory made before the first of them runs.
     std::optional<CycleBuffers> inputBuffers;
     if (inputFormat) {
-        inputBuffers.emplace(Layout::of(*inputFormat), frames);
+        inputBuffers.emplace(*inputFormat, frames);
         inputBuffers->fill(input);
     }
     std::vector<std::unique_ptr<CycleBuffers>> outputBuffers;
-    if (outputFormat) {
-        for (std::size_t i = 0; i < procs.size(); ++i) {
-            outputBuffers.push_back(
-                std::make_unique<CycleBuffers>(Layout::of(*outputFormat), frames));
-        }
+    for (std::size_t i = 0; outputFormat && i < procs.size(); ++i) {
+        outputBuffers.push_back(std::make_unique<CycleBuffers>(*outputFormat, frames));
     }
     const AudioBufferList* inputList = inputBuffers ? inputBuffers->list() : nullptr;
 
@@ -946,8 +808,7 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
 }
 
 void FakeHardware::setCycleObserver(std::function<void(bool entering)> observer) {
-    std::lock_guard lock(state_->core->mutex);
-    state_->core->cycleObserver = std::move(observer);
+    state_->locked([&](Core& core) { core.cycleObserver = std::move(observer); });
 }
 
 // ---- AudioHardware -----------------------------------------------------------------------------
@@ -974,334 +835,264 @@ OSStatus FakeHardware::getPropertyDataSize(AudioObjectID object,
                                            const AudioObjectPropertyAddress& address,
                                            std::uint32_t qualifierSize, const void* qualifier,
                                            std::uint32_t& outSize) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status =
-            core.logAndCheck(HardwareOperation::getPropertyDataSize, object, address.mSelector)) {
-        return status;
-    }
-    if (isTranslatePid(object, address)) {
-        std::int32_t pid;
-        if (OSStatus status = readPid(qualifierSize, qualifier, pid)) {
-            return status;
-        }
-        outSize = sizeof(AudioObjectID);
-        return kAudioHardwareNoError;
-    }
-    PropertyKey key(object, address);
-    const PropertyValue* stored = core.find(object, address, &key);
-    if (stored == nullptr) {
-        return core.objectExists(object) ? kAudioHardwareUnknownPropertyError
-                                         : kAudioHardwareBadObjectError;
-    }
-    if (auto reported = core.reportedSizes.find(key); reported != core.reportedSizes.end()) {
-        outSize = reported->second;
-    } else {
-        outSize = stored->isString ? std::uint32_t(sizeof(AudioStringRef))
-                                   : std::uint32_t(stored->bytes.size());
-    }
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::getPropertyDataSize, object, address.mSelector,
+                        [&](Core& core) {
+                            if (isTranslatePid(object, address)) {
+                                std::int32_t pid;
+                                if (OSStatus status = readPid(qualifierSize, qualifier, pid)) {
+                                    return status;
+                                }
+                                outSize = sizeof(AudioObjectID);
+                                return kAudioHardwareNoError;
+                            }
+                            PropertyKey key(object, address);
+                            const PropertyValue* stored = core.find(object, address, &key);
+                            if (stored == nullptr) {
+                                return core.missing(object);
+                            }
+                            auto reported = core.reportedSizes.find(key);
+                            outSize = reported != core.reportedSizes.end() ? reported->second
+                                      : stored->isString ? std::uint32_t(sizeof(AudioStringRef))
+                                                         : std::uint32_t(stored->bytes.size());
+                            return kAudioHardwareNoError;
+                        });
 }
 
 OSStatus FakeHardware::getPropertyData(AudioObjectID object,
                                        const AudioObjectPropertyAddress& address,
                                        std::uint32_t qualifierSize, const void* qualifier,
                                        std::uint32_t& ioSize, void* data) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status =
-            core.logAndCheck(HardwareOperation::getPropertyData, object, address.mSelector)) {
-        return status;
-    }
-    if (isTranslatePid(object, address)) {
-        std::int32_t pid;
-        if (OSStatus status = readPid(qualifierSize, qualifier, pid)) {
-            return status;
-        }
-        if (ioSize < sizeof(AudioObjectID) || data == nullptr) {
-            return kAudioHardwareBadPropertySizeError;
-        }
-        AudioObjectID found = kAudioObjectUnknown;
-        for (AudioObjectID process : core.processes) {
-            if (core.value<std::int32_t>(process, globalAddress(kAudioProcessPropertyPID)) == pid) {
-                found = process;
-                break;
+    return state_->call(
+        HardwareOperation::getPropertyData, object, address.mSelector, [&](Core& core) {
+            if (isTranslatePid(object, address)) {
+                std::int32_t pid;
+                if (OSStatus status = readPid(qualifierSize, qualifier, pid)) {
+                    return status;
+                }
+                if (ioSize < sizeof(AudioObjectID) || data == nullptr) {
+                    return kAudioHardwareBadPropertySizeError;
+                }
+                AudioObjectID found = kAudioObjectUnknown;
+                for (AudioObjectID process : core.processes) {
+                    if (core.value<std::int32_t>(process,
+                                                 globalAddress(kAudioProcessPropertyPID)) == pid) {
+                        found = process;
+                        break;
+                    }
+                }
+                std::memcpy(data, &found, sizeof found);
+                ioSize = sizeof found;
+                return kAudioHardwareNoError;
             }
-        }
-        std::memcpy(data, &found, sizeof found);
-        ioSize = sizeof found;
-        return kAudioHardwareNoError;
-    }
-    const PropertyValue* stored = core.find(object, address);
-    if (stored == nullptr) {
-        return core.objectExists(object) ? kAudioHardwareUnknownPropertyError
-                                         : kAudioHardwareBadObjectError;
-    }
-    if (stored->isString) {
-        if (ioSize < sizeof(AudioStringRef) || data == nullptr) {
-            return kAudioHardwareBadPropertySizeError;
-        }
-        AudioStringRef reference = stored->text ? makeAudioString(*stored->text) : nullptr;
-        std::memcpy(data, &reference, sizeof reference);
-        ioSize = sizeof reference;
-        return kAudioHardwareNoError;
-    }
-    auto storedSize = std::uint32_t(stored->bytes.size());
-    if (isArraySelector(address.mSelector)) {
-        // Lists hand back as many whole entries as fit: the caller sees a shorter size.
-        std::uint32_t fit =
-            std::min(ioSize, storedSize) / sizeof(AudioObjectID) * sizeof(AudioObjectID);
-        if (fit > 0 && data == nullptr) {
-            return kAudioHardwareIllegalOperationError;
-        }
-        if (fit > 0) {
-            std::memcpy(data, stored->bytes.data(), fit);
-        }
-        ioSize = fit;
-        if (auto returned = core.returnedSizes.find(PropertyKey(object, address));
-            returned != core.returnedSizes.end()) {
-            ioSize = returned->second;
-        }
-        return kAudioHardwareNoError;
-    }
-    if (ioSize < storedSize) {
-        return kAudioHardwareBadPropertySizeError;
-    }
-    if (storedSize > 0 && data == nullptr) {
-        return kAudioHardwareIllegalOperationError;
-    }
-    if (storedSize > 0) {
-        std::memcpy(data, stored->bytes.data(), storedSize);
-    }
-    ioSize = storedSize;
-    return kAudioHardwareNoError;
+            const PropertyValue* stored = core.find(object, address);
+            if (stored == nullptr) {
+                return core.missing(object);
+            }
+            if (stored->isString) {
+                if (ioSize < sizeof(AudioStringRef) || data == nullptr) {
+                    return kAudioHardwareBadPropertySizeError;
+                }
+                AudioStringRef reference = stored->text ? makeAudioString(*stored->text) : nullptr;
+                std::memcpy(data, &reference, sizeof reference);
+                ioSize = sizeof reference;
+                return kAudioHardwareNoError;
+            }
+            auto storedSize = std::uint32_t(stored->bytes.size());
+            std::uint32_t size = storedSize;
+            if (isArraySelector(address.mSelector)) {
+                // Lists hand back as many whole entries as fit: the caller sees a shorter size.
+                size = std::min(ioSize, storedSize) / sizeof(AudioObjectID) * sizeof(AudioObjectID);
+            } else if (ioSize < storedSize) {
+                return kAudioHardwareBadPropertySizeError;
+            }
+            if (size > 0 && data == nullptr) {
+                return kAudioHardwareIllegalOperationError;
+            }
+            if (size > 0) {
+                std::memcpy(data, stored->bytes.data(), size);
+            }
+            auto returned = core.returnedSizes.find(PropertyKey(object, address));
+            ioSize = isArraySelector(address.mSelector) && returned != core.returnedSizes.end()
+                         ? returned->second
+                         : size;
+            return kAudioHardwareNoError;
+        });
 }
 
 OSStatus FakeHardware::setPropertyData(AudioObjectID object,
                                        const AudioObjectPropertyAddress& address,
                                        std::uint32_t /*qualifierSize*/, const void* /*qualifier*/,
                                        std::uint32_t size, const void* data) {
-    std::vector<Announcement> announcements;
-    OSStatus result = kAudioHardwareNoError;
-    {
-        Core& core = *state_->core;
-        std::lock_guard lock(core.mutex);
+    return state_->announce([&](Core& core, Announcements& out) -> OSStatus {
         if (OSStatus status =
                 core.logAndCheck(HardwareOperation::setPropertyData, object, address.mSelector)) {
             return status;
         }
-        if (address.mSelector == kAudioTapPropertyDescription) {
-            auto tap = core.taps.find(object);
-            if (tap == core.taps.end()) {
-                return kAudioHardwareBadObjectError;
-            }
-            if (size != sizeof(const TapDescription*) || data == nullptr) {
-                return kAudioHardwareBadPropertySizeError;
-            }
-            const TapDescription* description = nullptr;
-            std::memcpy(&description, data, sizeof description);
-            if (description == nullptr) {
-                return kAudioHardwareIllegalOperationError;
-            }
-            tap->second = *description;
-            core.collect(object, address, announcements);
-        } else {
-            PropertyKey key(object, address);
-            const PropertyValue* stored = core.find(object, address, &key);
-            if (stored == nullptr) {
-                return core.objectExists(object) ? kAudioHardwareUnknownPropertyError
-                                                 : kAudioHardwareBadObjectError;
-            }
-            if (stored->isString || isArraySelector(address.mSelector)) {
-                return kAudioHardwareIllegalOperationError;
-            }
-            if (size != stored->bytes.size() || (size > 0 && data == nullptr)) {
-                return kAudioHardwareBadPropertySizeError;
-            }
-            const auto* p = static_cast<const std::uint8_t*>(data);
-            std::vector<std::uint8_t> bytes(p, p + size);
-            if (bytes != stored->bytes) {
-                core.properties[key].bytes = std::move(bytes);
-                core.collect(object, address, announcements);
-            }
+        // A tap's description is the only property the program sets.
+        if (address.mSelector != kAudioTapPropertyDescription) {
+            return kAudioHardwareUnknownPropertyError;
         }
-    }
-    state_->dispatch(std::move(announcements));
-    return result;
+        auto tap = core.taps.find(object);
+        if (tap == core.taps.end()) {
+            return kAudioHardwareBadObjectError;
+        }
+        if (size != sizeof(const TapDescription*) || data == nullptr) {
+            return kAudioHardwareBadPropertySizeError;
+        }
+        const TapDescription* description = nullptr;
+        std::memcpy(&description, data, sizeof description);
+        if (description == nullptr) {
+            return kAudioHardwareIllegalOperationError;
+        }
+        tap->second = *description;
+        core.collect(object, address, out);
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::addPropertyListener(AudioObjectID object,
                                            const AudioObjectPropertyAddress& address,
                                            std::shared_ptr<SerialQueue> queue,
                                            AudioObjectPropertyListener listener) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status =
-            core.logAndCheck(HardwareOperation::addPropertyListener, object, address.mSelector)) {
-        return status;
-    }
-    if (!core.objectExists(object)) {
-        return kAudioHardwareBadObjectError;
-    }
-    if (!queue || !listener || !*listener) {
-        return kAudioHardwareIllegalOperationError;
-    }
-    core.listeners.push_back(
-        {core.nextRegistration++, object, address, std::move(queue), std::move(listener)});
-    return kAudioHardwareNoError;
+    return state_->call(
+        HardwareOperation::addPropertyListener, object, address.mSelector, [&](Core& core) {
+            if (!core.objectExists(object)) {
+                return kAudioHardwareBadObjectError;
+            }
+            if (!queue || !listener || !*listener) {
+                return kAudioHardwareIllegalOperationError;
+            }
+            core.listeners.push_back(
+                {core.nextRegistration++, object, address, std::move(queue), std::move(listener)});
+            return kAudioHardwareNoError;
+        });
 }
 
 OSStatus FakeHardware::removePropertyListener(AudioObjectID object,
                                               const AudioObjectPropertyAddress& address,
                                               const std::shared_ptr<SerialQueue>& queue,
                                               const AudioObjectPropertyListener& listener) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::removePropertyListener, object,
-                                           address.mSelector)) {
-        return status;
-    }
-    auto it =
-        std::find_if(core.listeners.begin(), core.listeners.end(), [&](const ListenerEntry& entry) {
-            return entry.object == object && entry.address.mSelector == address.mSelector &&
-                   entry.queue == queue && entry.listener == listener;
+    return state_->call(
+        HardwareOperation::removePropertyListener, object, address.mSelector, [&](Core& core) {
+            auto it = std::find_if(
+                core.listeners.begin(), core.listeners.end(), [&](const ListenerEntry& entry) {
+                    return entry.object == object && entry.address.mSelector == address.mSelector &&
+                           entry.queue == queue && entry.listener == listener;
+                });
+            if (it == core.listeners.end()) {
+                return core.objectExists(object) ? kAudioHardwareNoError
+                                                 : kAudioHardwareBadObjectError;
+            }
+            core.listeners.erase(it);
+            return kAudioHardwareNoError;
         });
-    if (it == core.listeners.end()) {
-        return core.objectExists(object) ? kAudioHardwareNoError : kAudioHardwareBadObjectError;
-    }
-    core.listeners.erase(it);
-    return kAudioHardwareNoError;
 }
 
 OSStatus FakeHardware::createProcessTap(const TapDescription& description, AudioObjectID& outTap) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::createProcessTap, 0, 0)) {
-        return status;
-    }
-    AudioObjectID tap = core.nextObject++;
-    core.objects.insert(tap);
-    core.taps.emplace(tap, description);
-    core.store(tap, globalAddress(kAudioTapPropertyFormat), core.tapFormat);
-    outTap = tap;
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::createProcessTap, 0, 0, [&](Core& core) {
+        outTap = core.nextObject++;
+        core.objects.insert(outTap);
+        core.taps.emplace(outTap, description);
+        core.store(outTap, globalAddress(kAudioTapPropertyFormat), core.tapFormat);
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::destroyProcessTap(AudioObjectID tap) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::destroyProcessTap, tap, 0)) {
-        return status;
-    }
-    if (core.taps.erase(tap) == 0) {
-        return kAudioHardwareBadObjectError;
-    }
-    core.eraseObject(tap);
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::destroyProcessTap, tap, 0, [&](Core& core) {
+        if (core.taps.erase(tap) == 0) {
+            return kAudioHardwareBadObjectError;
+        }
+        core.eraseObject(tap);
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::createAggregateDevice(const AggregateDeviceDescription& description,
                                              AudioObjectID& outDevice) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::createAggregateDevice, 0, 0)) {
-        return status;
-    }
-    AudioObjectID device = core.nextObject++;
-    core.objects.insert(device);
-    core.aggregates.emplace(device, description);
-    core.sampleTimes[device] = 0;
-    core.store(device, globalAddress(kAudioDevicePropertyNominalSampleRate), core.aggregateRate);
-    core.storeString(device, globalAddress(kAudioDevicePropertyDeviceUID), description.uid);
-    core.storeString(device, globalAddress(kAudioObjectPropertyName), description.name);
-    outDevice = device;
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::createAggregateDevice, 0, 0, [&](Core& core) {
+        AudioObjectID device = core.nextObject++;
+        core.objects.insert(device);
+        core.aggregates.emplace(device, description);
+        core.sampleTimes[device] = 0;
+        core.store(device, globalAddress(kAudioDevicePropertyNominalSampleRate),
+                   core.aggregateRate);
+        core.storeString(device, globalAddress(kAudioDevicePropertyDeviceUID), description.uid);
+        core.storeString(device, globalAddress(kAudioObjectPropertyName), description.name);
+        outDevice = device;
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::destroyAggregateDevice(AudioObjectID device) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::destroyAggregateDevice, device, 0)) {
-        return status;
-    }
-    if (core.aggregates.erase(device) == 0) {
-        return kAudioHardwareBadObjectError;
-    }
-    core.eraseObject(device);
-    core.eraseProcsOf(device);
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::destroyAggregateDevice, device, 0, [&](Core& core) {
+        if (core.aggregates.erase(device) == 0) {
+            return kAudioHardwareBadObjectError;
+        }
+        core.eraseObject(device);
+        core.stopProcsOf(device);
+        std::erase_if(core.procs,
+                      [&](const auto& entry) { return entry.second->device == device; });
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::createIOProcID(AudioObjectID device, std::shared_ptr<SerialQueue> queue,
                                       AudioDeviceIOBlock block, AudioDeviceIOProcID& outProcID) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::createIOProcID, device, 0)) {
-        return status;
-    }
-    if (!core.isDevice(device)) {
-        return kAudioHardwareBadObjectError;
-    }
-    if (!block) {
-        return kAudioHardwareIllegalOperationError;
-    }
-    auto proc = std::make_shared<IOProc>();
-    proc->device = device;
-    proc->queue = std::move(queue);
-    proc->block = std::make_shared<const AudioDeviceIOBlock>(std::move(block));
-    AudioDeviceIOProcID id = core.nextProc++;
-    core.procs.emplace(id, std::move(proc));
-    outProcID = id;
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::createIOProcID, device, 0, [&](Core& core) {
+        if (!core.isDevice(device)) {
+            return kAudioHardwareBadObjectError;
+        }
+        if (!block) {
+            return kAudioHardwareIllegalOperationError;
+        }
+        auto proc = std::make_shared<IOProc>();
+        proc->device = device;
+        proc->queue = std::move(queue);
+        proc->block = std::make_shared<const AudioDeviceIOBlock>(std::move(block));
+        outProcID = core.nextProc++;
+        core.procs.emplace(outProcID, std::move(proc));
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::deviceStart(AudioObjectID device, AudioDeviceIOProcID procID) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::deviceStart, device, 0)) {
-        return status;
-    }
-    auto it = core.procs.find(procID);
-    if (it == core.procs.end() || it->second->device != device || !core.isDevice(device)) {
-        return kAudioHardwareBadObjectError;
-    }
-    it->second->started = true;
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::deviceStart, device, 0, [&](Core& core) {
+        auto it = core.procs.find(procID);
+        if (it == core.procs.end() || it->second->device != device || !core.isDevice(device)) {
+            return kAudioHardwareBadObjectError;
+        }
+        it->second->started = true;
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::deviceStop(AudioObjectID device, AudioDeviceIOProcID procID) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::deviceStop, device, 0)) {
-        return status;
-    }
-    auto it = core.procs.find(procID);
-    if (it == core.procs.end() || it->second->device != device) {
-        return kAudioHardwareBadObjectError;
-    }
-    it->second->started = false;
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::deviceStop, device, 0, [&](Core& core) {
+        auto it = core.procs.find(procID);
+        if (it == core.procs.end() || it->second->device != device) {
+            return kAudioHardwareBadObjectError;
+        }
+        it->second->started = false;
+        return kAudioHardwareNoError;
+    });
 }
 
 OSStatus FakeHardware::destroyIOProcID(AudioObjectID device, AudioDeviceIOProcID procID) {
-    Core& core = *state_->core;
-    std::lock_guard lock(core.mutex);
-    if (OSStatus status = core.logAndCheck(HardwareOperation::destroyIOProcID, device, 0)) {
-        return status;
-    }
-    auto it = core.procs.find(procID);
-    if (it == core.procs.end() || it->second->device != device) {
-        return kAudioHardwareBadObjectError;
-    }
-    // A cycle that already holds the proc sees it stopped and skips the block.
-    it->second->started = false;
-    core.procs.erase(it);
-    return kAudioHardwareNoError;
+    return state_->call(HardwareOperation::destroyIOProcID, device, 0, [&](Core& core) {
+        auto it = core.procs.find(procID);
+        if (it == core.procs.end() || it->second->device != device) {
+            return kAudioHardwareBadObjectError;
+        }
+        // A cycle that already holds the proc sees it stopped and skips the block.
+        it->second->started = false;
+        core.procs.erase(it);
+        return kAudioHardwareNoError;
+    });
 }
 
 bool FakeHardware::supportsBundleIDTaps() const {
-    std::lock_guard lock(state_->core->mutex);
-    return state_->core->bundleIDTaps;
+    return state_->locked([](const Core& core) { return core.bundleIDTaps; });
 }
 
 }  // namespace bw::test

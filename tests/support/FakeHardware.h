@@ -60,7 +60,7 @@ public:
     /// 32-bit float, non-interleaved or interleaved: the layouts devices and taps use in tests.
     static AudioStreamBasicDescription floatFormat(double sampleRate, std::uint32_t channels,
                                                    bool interleaved = false);
-    /// 16-bit signed integer, interleaved.
+    /// 16-bit signed integer, interleaved: a tap format the program refuses (no IO cycle runs it).
     static AudioStreamBasicDescription int16Format(double sampleRate, std::uint32_t channels);
 
     // Scripting objects. Each change that a real server would announce is announced: the
@@ -72,14 +72,13 @@ public:
     AudioObjectID addDevice(const DeviceSpec& device);
     void removeDevice(AudioObjectID device);
     void setDefaultOutputDevice(AudioObjectID device);
-    void setDefaultInputDevice(AudioObjectID device);
 
-    /// Adds a process object with `kAudioProcessPropertyPID` and `kAudioProcessPropertyIsRunningOutput`
-    /// and appends it to `kAudioHardwarePropertyProcessObjectList`;
+    /// Adds a process object with `kAudioProcessPropertyPID` and
+    /// `kAudioProcessPropertyIsRunningOutput` and appends it to
+    /// `kAudioHardwarePropertyProcessObjectList`;
     /// `kAudioHardwarePropertyTranslatePIDToProcessObject` finds it by pid.
     AudioObjectID addProcess(std::int32_t pid, bool runningOutput = false);
     void removeProcess(AudioObjectID process);
-    void setProcessRunningOutput(AudioObjectID process, bool running);
 
     /// Raw property bytes, for any object and address (also objects that don't otherwise exist).
     void setProperty(AudioObjectID object, const AudioObjectPropertyAddress& address,
@@ -150,8 +149,8 @@ public:
     /// creation: on the proc's queue (waiting for it to finish) or, for a proc without queue, on
     /// the calling thread. `input` gives the input side's samples per channel (missing samples are
     /// silence) in the device's input format, or for an aggregate device the tap format at the
-    /// aggregate's rate. Returns what the procs wrote to the output side, per channel, as floats
-    /// (empty when the device has no output side).
+    /// aggregate's rate; either must be 32-bit float. Returns what the procs wrote to the output
+    /// side, per channel (empty when the device has no output side).
     std::vector<std::vector<float>> runIOCycle(AudioObjectID device, std::uint32_t frames,
                                                const std::vector<std::vector<float>>& input = {});
 

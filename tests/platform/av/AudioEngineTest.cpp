@@ -22,11 +22,30 @@ using test::makeBuffer;
 
 const AudioFormat kCanonical = *AudioFormat::standard(48000, 2);
 
-double db(double linear) { return 20.0 * std::log10(linear); }
+double db(double linear) {
+    return 20.0 * std::log10(linear);
+}
+
+// A node attached to the rig's engine and connected to `to` in `format`.
+template <class Node>
+std::shared_ptr<Node> attach(GraphRig& rig, const std::shared_ptr<AudioNode>& to,
+                             const AudioFormat& format = kCanonical) {
+    auto node = std::make_shared<Node>();
+    rig.engine->attach(node);
+    EXPECT_TRUE(rig.engine->connect(node, to, format));
+    return node;
+}
+
+bool schedule(AudioPlayerNode& player, const std::vector<std::vector<float>>& channels,
+              AudioPlayerNode::CompletionHandler done = {}, double rate = 48000) {
+    return player.scheduleBuffer(makeBuffer(rate, channels),
+                                 AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
+                                 std::move(done));
+}
 
 // Schedules `channels` on `player` in buffers of 4096 frames.
 void scheduleAll(AudioPlayerNode& player, double rate,
-                 const std::vector<std::vector<float>>& channels, EventCounter* completions = nullptr) {
+                 const std::vector<std::vector<float>>& channels) {
     const std::size_t total = channels[0].size();
     for (std::size_t start = 0; start < total; start += 4096) {
         const std::size_t count = std::min<std::size_t>(4096, total - start);
@@ -35,11 +54,7 @@ void scheduleAll(AudioPlayerNode& player, double rate,
             chunk.emplace_back(channel.begin() + std::ptrdiff_t(start),
                                channel.begin() + std::ptrdiff_t(start + count));
         }
-        ASSERT_TRUE(player.scheduleBuffer(makeBuffer(rate, chunk),
-                                          AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
-                                          [completions] {
-                                              if (completions) completions->signal();
-                                          }));
+        ASSERT_TRUE(schedule(player, chunk, {}, rate));
     }
 }
 
@@ -61,16 +76,10 @@ class MixerConversionTest : public ::testing::TestWithParam<ConversionCase> {};
 TEST_P(MixerConversionTest, SourceReachesTheDeviceAtCanonicalRateWithLevelAndFrequencyKept) {
     const ConversionCase& c = GetParam();
     GraphRig rig;
-    auto player = std::make_shared<AudioPlayerNode>();
-    auto gain = std::make_shared<AudioUnitEQ>(0);
-    auto recordMixer = std::make_shared<AudioMixerNode>();
     const auto sourceFormat = *AudioFormat::standard(c.rate, std::uint32_t(c.amplitudes.size()));
-    for (auto node : std::vector<std::shared_ptr<AudioNode>>{recordMixer, player, gain}) {
-        rig.engine->attach(node);
-    }
-    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
-    ASSERT_TRUE(rig.engine->connect(player, gain, sourceFormat));
-    ASSERT_TRUE(rig.engine->connect(gain, recordMixer, sourceFormat));
+    auto recordMixer = attach<AudioMixerNode>(rig, rig.engine->mainMixerNode());
+    auto gain = attach<AudioUnitEQ>(rig, recordMixer, sourceFormat);
+    auto player = attach<AudioPlayerNode>(rig, gain, sourceFormat);
 
     std::vector<std::vector<float>> channels;
     for (float amplitude : c.amplitudes) {
@@ -87,7 +96,8 @@ TEST_P(MixerConversionTest, SourceReachesTheDeviceAtCanonicalRateWithLevelAndFre
     const float expected[2] = {c.expectedLeft, c.expectedRight};
     for (int ch = 0; ch < 2; ++ch) {
         auto part = middleSecond(out[std::size_t(ch)]);
-        EXPECT_NEAR(test::toneLevelDb(part, 1000.0, 48000), db(expected[ch]), 0.1) << "channel " << ch;
+        EXPECT_NEAR(test::toneLevelDb(part, 1000.0, 48000), db(expected[ch]), 0.1)
+            << "channel " << ch;
         EXPECT_NEAR(test::dominantFrequency(part, 48000, 980, 1020, 1.0), 1000.0, 1.0);
         EXPECT_LE(test::peakOf(out[std::size_t(ch)]), 1.0f) << "clipped";
         // Nothing but the tone: everything else at least 60 dB down.
@@ -98,7 +108,8 @@ TEST_P(MixerConversionTest, SourceReachesTheDeviceAtCanonicalRateWithLevelAndFre
 INSTANTIATE_TEST_SUITE_P(
     Inputs, MixerConversionTest,
     ::testing::Values(ConversionCase{"Mono44k", 44100, {0.5f}, 0.5f, 0.5f},
-                      ConversionCase{"FourChannels96k", 96000, {0.9f, 0.3f, 0.9f, 0.7f}, 0.9f, 0.5f},
+                      ConversionCase{
+                          "FourChannels96k", 96000, {0.9f, 0.3f, 0.9f, 0.7f}, 0.9f, 0.5f},
                       ConversionCase{"Stereo48kUntouched", 48000, {0.5f, 0.25f}, 0.5f, 0.25f},
                       ConversionCase{"Stereo22k", 22050, {0.4f, 0.2f}, 0.4f, 0.2f},
                       ConversionCase{"ThreeChannels32k", 32000, {0.6f, 0.4f, 0.2f}, 0.4f, 0.4f}),
@@ -117,12 +128,8 @@ class GainStageTest : public ::testing::TestWithParam<GainCase> {};
 TEST_P(GainStageTest, PlayerVolumeAndGlobalGainScaleTheSignal) {
     const GainCase& c = GetParam();
     GraphRig rig;
-    auto player = std::make_shared<AudioPlayerNode>();
-    auto gain = std::make_shared<AudioUnitEQ>(0);
-    rig.engine->attach(player);
-    rig.engine->attach(gain);
-    ASSERT_TRUE(rig.engine->connect(player, gain, kCanonical));
-    ASSERT_TRUE(rig.engine->connect(gain, rig.engine->mainMixerNode(), kCanonical));
+    auto gain = attach<AudioUnitEQ>(rig, rig.engine->mainMixerNode());
+    auto player = attach<AudioPlayerNode>(rig, gain);
     player->setVolume(c.playerVolume);
     gain->setGlobalGain(c.globalGainDb);
     auto tone = test::sine(1000.0, 48000, 48000, 0.5f);
@@ -135,27 +142,22 @@ TEST_P(GainStageTest, PlayerVolumeAndGlobalGainScaleTheSignal) {
     EXPECT_NEAR(test::toneLevelDb(part, 1000.0, 48000), expectedDb, 0.01);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Levels, GainStageTest,
-    ::testing::Values(GainCase{"Unity", 1.0f, 0.0f, 1.0},
-                      GainCase{"GainOfOneAndAHalf", 1.0f, 3.5218f, 1.5},
-                      GainCase{"MinusSixDb", 1.0f, -6.0206f, 0.5},
-                      GainCase{"HalfVolume", 0.5f, 0.0f, 0.5},
-                      GainCase{"VolumeAndGain", 0.8f, 3.5218f, 1.2},
-                      GainCase{"VolumeAboveOneIsClamped", 2.0f, 0.0f, 1.0}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Levels, GainStageTest,
+                         ::testing::Values(GainCase{"Unity", 1.0f, 0.0f, 1.0},
+                                           GainCase{"GainOfOneAndAHalf", 1.0f, 3.5218f, 1.5},
+                                           GainCase{"MinusSixDb", 1.0f, -6.0206f, 0.5},
+                                           GainCase{"HalfVolume", 0.5f, 0.0f, 0.5},
+                                           GainCase{"VolumeAndGain", 0.8f, 3.5218f, 1.2},
+                                           GainCase{"VolumeAboveOneIsClamped", 2.0f, 0.0f, 1.0}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AudioPlayerNodeTest, CompletionsArriveOnlyAfterTheirFramesWereRendered) {
     GraphRig rig;
-    auto player = std::make_shared<AudioPlayerNode>();
-    rig.engine->attach(player);
-    ASSERT_TRUE(rig.engine->connect(player, rig.engine->mainMixerNode(), kCanonical));
+    auto player = attach<AudioPlayerNode>(rig, rig.engine->mainMixerNode());
     EventCounter completions;
     const std::vector<float> ones(1000, 0.25f);
     for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(player->scheduleBuffer(makeBuffer(48000, {ones, ones}),
-                                           AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
-                                           [&] { completions.signal(); }));
+        ASSERT_TRUE(schedule(*player, {ones, ones}, [&] { completions.signal(); }));
     }
     ASSERT_TRUE(rig.engine->start());
     player->play();
@@ -172,15 +174,11 @@ TEST(AudioPlayerNodeTest, CompletionsArriveOnlyAfterTheirFramesWereRendered) {
 
 TEST(AudioPlayerNodeTest, StopDiscardsQueuedBuffersAndCompletesThem) {
     GraphRig rig;
-    auto player = std::make_shared<AudioPlayerNode>();
-    rig.engine->attach(player);
-    ASSERT_TRUE(rig.engine->connect(player, rig.engine->mainMixerNode(), kCanonical));
+    auto player = attach<AudioPlayerNode>(rig, rig.engine->mainMixerNode());
     EventCounter completions;
     const std::vector<float> level(2000, 0.5f);
     for (int i = 0; i < 4; ++i) {
-        ASSERT_TRUE(player->scheduleBuffer(makeBuffer(48000, {level, level}),
-                                           AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
-                                           [&] { completions.signal(); }));
+        ASSERT_TRUE(schedule(*player, {level, level}, [&] { completions.signal(); }));
     }
     ASSERT_TRUE(rig.engine->start());
     player->play();
@@ -196,13 +194,11 @@ TEST(AudioPlayerNodeTest, StopDiscardsQueuedBuffersAndCompletesThem) {
 TEST(AudioPlayerNodeTest, SchedulingNeedsAnEngineAndOutlivingItIsHarmless) {
     auto player = std::make_shared<AudioPlayerNode>();
     const std::vector<float> level(16, 0.5f);
-    EXPECT_FALSE(player->scheduleBuffer(makeBuffer(48000, {level}),
-                                        AudioPlayerNode::CompletionCallbackType::dataPlayedBack, {}));
+    EXPECT_FALSE(schedule(*player, {level}));
     {
         GraphRig rig;
         rig.engine->attach(player);
-        EXPECT_TRUE(player->scheduleBuffer(makeBuffer(48000, {level}),
-                                           AudioPlayerNode::CompletionCallbackType::dataPlayedBack, {}));
+        EXPECT_TRUE(schedule(*player, {level}));
     }
     player->stop();
     EXPECT_EQ(player->engine(), nullptr);
@@ -210,25 +206,20 @@ TEST(AudioPlayerNodeTest, SchedulingNeedsAnEngineAndOutlivingItIsHarmless) {
 
 TEST(AudioMixerNodeTest, OutputVolumeZeroSilencesTheDeviceWhileTheTapStillHearsTheMix) {
     GraphRig rig;
-    auto player = std::make_shared<AudioPlayerNode>();
-    auto recordMixer = std::make_shared<AudioMixerNode>();
-    rig.engine->attach(recordMixer);
-    rig.engine->attach(player);
-    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
-    ASSERT_TRUE(rig.engine->connect(player, recordMixer, kCanonical));
+    auto recordMixer = attach<AudioMixerNode>(rig, rig.engine->mainMixerNode());
+    auto player = attach<AudioPlayerNode>(rig, recordMixer);
     rig.engine->mainMixerNode()->setOutputVolume(0.0f);
 
     std::mutex mutex;
     std::vector<float> tapped;
     EventCounter buffers;
-    ASSERT_TRUE(recordMixer->installTap(0, 4096, kCanonical,
-                                        [&](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
-                                            std::lock_guard lock(mutex);
-                                            auto* left = buffer->floatChannelData()[0];
-                                            tapped.insert(tapped.end(), left,
-                                                          left + buffer->frameLength());
-                                            buffers.signal();
-                                        }));
+    ASSERT_TRUE(recordMixer->installTap(
+        0, 4096, kCanonical, [&](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
+            std::lock_guard lock(mutex);
+            auto* left = buffer->floatChannelData()[0];
+            tapped.insert(tapped.end(), left, left + buffer->frameLength());
+            buffers.signal();
+        }));
     auto tone = test::sine(1000.0, 48000, 48000, 0.5f);
     scheduleAll(*player, 48000, {tone, tone});
     ASSERT_TRUE(rig.engine->start());
@@ -245,8 +236,9 @@ TEST(AudioMixerNodeTest, OutputVolumeZeroSilencesTheDeviceWhileTheTapStillHearsT
     recordMixer->removeTap(0);
     std::lock_guard lock(mutex);
     ASSERT_GE(tapped.size(), 11u * 4096);
-    EXPECT_NEAR(test::toneLevelDb(std::span<const float>(tapped).subspan(4096, 32768), 1000.0, 48000),
-                db(0.5), 0.01);
+    EXPECT_NEAR(
+        test::toneLevelDb(std::span<const float>(tapped).subspan(4096, 32768), 1000.0, 48000),
+        db(0.5), 0.01);
     // The tap hands over the mix frame for frame, in order.
     for (std::size_t i = 0; i < 11 * 4096; ++i) {
         ASSERT_FLOAT_EQ(tapped[i], tone[i]) << "frame " << i;
@@ -255,9 +247,7 @@ TEST(AudioMixerNodeTest, OutputVolumeZeroSilencesTheDeviceWhileTheTapStillHearsT
 
 TEST(AudioMixerNodeTest, NoTapBlockStartsAfterRemoveTapReturns) {
     GraphRig rig;
-    auto recordMixer = std::make_shared<AudioMixerNode>();
-    rig.engine->attach(recordMixer);
-    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
+    auto recordMixer = attach<AudioMixerNode>(rig, rig.engine->mainMixerNode());
     ASSERT_TRUE(rig.engine->start());
     std::atomic<bool> rendering{true};
     std::thread renderer([&] {
@@ -269,12 +259,13 @@ TEST(AudioMixerNodeTest, NoTapBlockStartsAfterRemoveTapReturns) {
         std::atomic<bool> removed{false};
         std::atomic<int> lateCalls{0};
         EventCounter calls;
-        ASSERT_TRUE(recordMixer->installTap(0, 256, kCanonical,
-                                            [&](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {
-                                                if (removed) lateCalls++;
-                                                std::this_thread::sleep_for(std::chrono::microseconds(200));
-                                                calls.signal();
-                                            }));
+        ASSERT_TRUE(recordMixer->installTap(
+            0, 256, kCanonical, [&](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {
+                if (removed)
+                    lateCalls++;
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+                calls.signal();
+            }));
         EXPECT_TRUE(calls.waitFor(2));
         recordMixer->removeTap(0);
         removed = true;
@@ -287,9 +278,7 @@ TEST(AudioMixerNodeTest, NoTapBlockStartsAfterRemoveTapReturns) {
 
 TEST(AudioMixerNodeTest, ATapThatFallsBehindSaysSoOnce) {
     GraphRig rig;
-    auto recordMixer = std::make_shared<AudioMixerNode>();
-    rig.engine->attach(recordMixer);
-    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
+    auto recordMixer = attach<AudioMixerNode>(rig, rig.engine->mainMixerNode());
     ASSERT_TRUE(rig.engine->start());
     std::atomic<int> told{0};
     ASSERT_TRUE(recordMixer->installTap(
@@ -312,9 +301,7 @@ TEST(AudioMixerNodeTest, ATapThatFallsBehindSaysSoOnce) {
 
 TEST(AudioMixerNodeTest, TapRefusesAFormatThatDiffersFromTheOutput) {
     GraphRig rig;
-    auto recordMixer = std::make_shared<AudioMixerNode>();
-    rig.engine->attach(recordMixer);
-    ASSERT_TRUE(rig.engine->connect(recordMixer, rig.engine->mainMixerNode(), kCanonical));
+    auto recordMixer = attach<AudioMixerNode>(rig, rig.engine->mainMixerNode());
     auto noop = [](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {};
     EXPECT_FALSE(recordMixer->installTap(0, 4096, *AudioFormat::standard(44100, 2), noop));
     EXPECT_FALSE(recordMixer->installTap(0, 4096, *AudioFormat::standard(48000, 1), noop));
@@ -355,21 +342,18 @@ TEST_P(EngineStartFailureTest, FailsWithTheStatusAndLeavesNoIOProc) {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, EngineStartFailureTest,
-    ::testing::Values(
-        StartFailureCase{"NoOutputDevice", HardwareOperation::getPropertyData,
-                         kAudioHardwareBadObjectError},
-        StartFailureCase{"IOProcRefused", HardwareOperation::createIOProcID,
-                         kAudioHardwareIllegalOperationError},
-        StartFailureCase{"DeviceWontStart", HardwareOperation::deviceStart, -50}),
+    ::testing::Values(StartFailureCase{"NoOutputDevice", HardwareOperation::getPropertyData,
+                                       kAudioHardwareBadObjectError},
+                      StartFailureCase{"IOProcRefused", HardwareOperation::createIOProcID,
+                                       kAudioHardwareIllegalOperationError},
+                      StartFailureCase{"DeviceWontStart", HardwareOperation::deviceStart, -50}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AudioEngineTest, DefaultOutputChangeStopsTheEngineNotifiesAndARestartUsesTheNewDevice) {
     GraphRig rig;
     const auto headphones = rig.hardware->addDevice(
         {"headphones", "Headphones", FakeHardware::floatFormat(44100, 2, false), {}});
-    auto player = std::make_shared<AudioPlayerNode>();
-    rig.engine->attach(player);
-    ASSERT_TRUE(rig.engine->connect(player, rig.engine->mainMixerNode(), kCanonical));
+    auto player = attach<AudioPlayerNode>(rig, rig.engine->mainMixerNode());
     EventCounter changes;
     auto token = rig.engine->addConfigurationChangeObserver([&] { changes.signal(); });
     ASSERT_TRUE(rig.engine->start());
@@ -440,14 +424,15 @@ TEST(AudioInputNodeTest, ReadsTheChosenDeviceAtItsOwnFormatInTapSizedBuffers) {
     std::mutex mutex;
     std::vector<float> captured;
     EventCounter buffers;
-    ASSERT_TRUE(input->installTap(0, 2048, format, [&](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
-        EXPECT_EQ(buffer->frameLength(), 2048u);
-        EXPECT_EQ(buffer->format(), format);
-        std::lock_guard lock(mutex);
-        captured.insert(captured.end(), buffer->floatChannelData()[0],
-                        buffer->floatChannelData()[0] + buffer->frameLength());
-        buffers.signal();
-    }));
+    ASSERT_TRUE(
+        input->installTap(0, 2048, format, [&](std::shared_ptr<PCMBuffer> buffer, AudioTimeStamp) {
+            EXPECT_EQ(buffer->frameLength(), 2048u);
+            EXPECT_EQ(buffer->format(), format);
+            std::lock_guard lock(mutex);
+            captured.insert(captured.end(), buffer->floatChannelData()[0],
+                            buffer->floatChannelData()[0] + buffer->frameLength());
+            buffers.signal();
+        }));
     ASSERT_TRUE(engine.start());
     auto voice = test::sine(440.0, 44100, 4096, 0.3f);
     for (std::size_t start = 0; start < voice.size(); start += 512) {
