@@ -386,8 +386,8 @@ TEST_F(LiveRecording, AacOfBroadbandSoundRunsAtTheNominalBitRate) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// b. Applications found by their desktop entry: a helper process that starts playing
-// mid-recording, and a relaunch
+// b. An application found by its desktop entry: a helper process that starts playing
+// mid-recording counts for it
 
 // An application of the desktop: its program is a copy of the launcher under a name of its own,
 // so that its desktop entry (bundle ID `bundleID`) names it and nothing else.
@@ -453,33 +453,6 @@ TEST_F(LiveRecording, HelperStartedMidRecordingIsRecordedFromItsFirstSound) {
         EXPECT_LT(rmsIn(*audio, ch, 0.0, *onset - 0.1), tone.levelDb - 50) << "not silent before";
     }
     expectTone(*audio, tone, *onset + 0.3, durationOf(*audio) - 0.1, "once it plays");
-}
-
-TEST_F(LiveRecording, AnApplicationRelaunchedMidRecordingIsFollowed) {
-    const Tone& tone = server->tone440;
-    const std::string bundleID = "org.example.Relaunched";
-    const fs::path program = installApplication(bundleID, "Relaunched Player");
-    Child first = launch(program, {tone.file.string(), "-P", "node.name=bw-relaunch-1"});
-    ASSERT_FALSE(HasFailure());
-    const auto file = path("relaunched.wav");
-    Take take(file, 6, {"app:" + bundleID});
-    ASSERT_TRUE(take.waitForFile(5)) << "the recording never began";
-    const auto begun = Clock::now();
-    sleepSeconds(2.0);
-    first.stop();
-    const double quitAt = secondsSince(begun);
-    sleepSeconds(0.5);
-    Child second = launch(program, {tone.file.string(), "-P", "node.name=bw-relaunch-2"});
-    ASSERT_FALSE(HasFailure());
-    const double relaunchedAt = secondsSince(begun);
-    const Report report = take.finish(14);
-    ASSERT_TRUE(report.finished && !report.failure) << report.describe();
-    const auto audio = decode(file);
-    ASSERT_TRUE(audio);
-    const double d = durationOf(*audio);
-    ASSERT_GT(d, relaunchedAt + 1.5);
-    expectTone(*audio, tone, 0.3, quitAt - 0.3, "before the relaunch");
-    expectTone(*audio, tone, relaunchedAt + 1.0, d - 0.2, "after the relaunch");
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -93,17 +93,19 @@ TEST_F(QueuedFileWriterTest, CloseCompletesAfterEveryQueuedWriteAndRefusesLaterO
         for (int i = 0; i < 10; ++i) {
             writer->write(*frame_, onFailure_);
         }
-        std::promise<void> closed;
-        writer->close([&] { closed.set_value(); });
+        // The length the header tells when the completion runs.
+        std::promise<std::optional<double>> closed;
+        writer->close([&] { closed.set_value(test::pcmHeaderSeconds(path)); });
         writer->write(*frame_, onFailure_);  // after the close: neither written nor reported
         if (round > 0) {
             writer.reset();
         }
         release.set_value();
-        ASSERT_EQ(closed.get_future().wait_for(std::chrono::seconds(10)),
-                  std::future_status::ready);
-        auto decoded = test::decodeAudioFile(path);
-        ASSERT_TRUE(decoded) << "complete with a valid header when the completion runs";
+        auto done = closed.get_future();
+        ASSERT_EQ(done.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        EXPECT_EQ(done.get(), 10 * 512 / 48000.0) << "the file was complete when it said so";
+        const auto decoded = test::decodeAudioFile(path);
+        ASSERT_TRUE(decoded);
         EXPECT_EQ(decoded->frames(), 10u * 512);
         EXPECT_FLOAT_EQ(decoded->channelsData[0][100], 0.25f);
     }
