@@ -25,11 +25,6 @@ const AudioFormat kMono44 = *AudioFormat::standard(44100, 1);
 const AudioFormat kStereo32 = *AudioFormat::standard(32000, 2);
 const AudioFormat kStereo48 = *AudioFormat::standard(48000, 2);
 
-// 10 ms of stereo silence.
-std::shared_ptr<PCMBuffer> silence() {
-    return test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)});
-}
-
 double db(double linear) {
     return 20.0 * std::log10(linear);
 }
@@ -276,7 +271,8 @@ TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreF
     ASSERT_TRUE(EngineRig::start(*engine));
     for (const auto& source : sources) {
         for (int i = 0; i < 96; ++i) {  // the speakers never run: every scheduler stays full
-            rig.feeds[source.id].capture->deliver(silence());
+            rig.feeds[source.id].capture->deliver(
+                test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
         }
     }
     const auto before = std::chrono::steady_clock::now();
@@ -294,11 +290,13 @@ TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) 
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.2);
     for (int i = 0; i < 150; ++i) {
-        rig.feeds[source.id].capture->deliver(silence());
+        rig.feeds[source.id].capture->deliver(
+            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
     }
     rig.run(0.5);
     for (int i = 0; i < 150; ++i) {
-        rig.feeds[source.id].capture->deliver(silence());
+        rig.feeds[source.id].capture->deliver(
+            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
     }
     EXPECT_EQ(
         rig.reportsSoFar(),
