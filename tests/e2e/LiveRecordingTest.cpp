@@ -164,19 +164,15 @@ class Take {
 public:
     Take(const fs::path& file, double seconds, const std::vector<std::string>& sources,
          bool passthrough = false, const Env& env = {})
-        : output_(fs::path(file).replace_extension(".json")) {
-        std::vector<std::string> argv = {BW_RECORD_LIVE,
-                                         "--seconds",
-                                         std::to_string(seconds),
-                                         "--format",
-                                         file.extension().string().substr(1),
-                                         "--out",
+        : file_(file), output_(fs::path(file).replace_extension(".json")) {
+        const std::string format = file.extension().string().substr(1);
+        std::vector<std::string> argv = {BW_RECORD_LIVE, "--seconds", std::to_string(seconds),
+                                         "--format",     format,      "--out",
                                          file.string()};
         if (passthrough) {
             argv.push_back("--passthrough");
         }
         argv.insert(argv.end(), sources.begin(), sources.end());
-        file_ = file;
         started_ = Clock::now();
         process_ = Child::spawn(argv, env, output_);
     }
@@ -671,7 +667,7 @@ TEST_P(RecorderKilled, TheFileKeepsItsAudioAndTellsItsLength) {
     const auto audio = recorded(file, std::nullopt);
     ASSERT_TRUE(audio);
     EXPECT_GE(durationOf(*audio), 3.5);
-    EXPECT_NEAR(levelIn(*audio, 0, tone.frequency, 0.5, 3.0), tone.levelDb, kLevelToleranceDb);
+    expectTone(*audio, tone, 0.5, 3.0, "before the kill");
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, RecorderKilled, ::testing::ValuesIn(kFormats),
@@ -830,9 +826,7 @@ TEST_P(ServerOutage, ARecordingOutlivesARestartAndEndsWithAPlayableFileWhenTheSe
                                                                   file.extension().string()));
         ASSERT_TRUE(again) << "no second recording after the restart";
         EXPECT_NEAR(durationOf(*again), seconds, 0.5);
-        EXPECT_NEAR(levelIn(*again, 0, tone.frequency, 0.3, durationOf(*again) - 0.2), tone.levelDb,
-                    kLevelToleranceDb)
-            << "the second recording";
+        expectTone(*again, tone, 0.3, durationOf(*again) - 0.2, "the second recording");
     }
 }
 
