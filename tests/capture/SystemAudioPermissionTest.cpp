@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <qcoro/qcorotask.h>
 #include <QCoreApplication>
 #include <QTemporaryDir>
 #include <QThread>
 #include <atomic>
-#include <qcoro/qcorotask.h>
 
 #include "capture/CoreAudioError.h"
 #include "capture/CoreAudioTapProbe.h"
@@ -41,12 +41,17 @@ protected:
     QSettings defaults_{dir_.filePath("defaults.ini"), QSettings::IniFormat};
 };
 
-TEST_F(SystemAudioPermissionTest, RequestShowsRequestingThenTheOutcomeAndRemembersTheAttempt) {
+// A request shows "requesting" first; a recheck goes straight to the outcome. Both remember the
+// attempt and probe off the main thread.
+TEST_F(SystemAudioPermissionTest, RequestAndRecheckShowTheOutcomeAndRememberTheAttempt) {
     struct Case {
         bool grant;
-        Status outcome;
+        bool recheck;
+        std::vector<Status> seen;
     };
-    for (const auto& c : {Case{true, Status::granted}, Case{false, Status::denied}}) {
+    for (const auto& c : {Case{true, false, {Status::requesting, Status::granted}},
+                          Case{false, false, {Status::requesting, Status::denied}},
+                          Case{false, true, {Status::denied}}}) {
         defaults_.clear();
         auto probe = std::make_shared<ScriptedProbe>(c.grant);
         SystemAudioPermission permission(probe, &defaults_);
@@ -54,23 +59,13 @@ TEST_F(SystemAudioPermissionTest, RequestShowsRequestingThenTheOutcomeAndRemembe
         QObject::connect(&permission, &SystemAudioPermission::statusChanged,
                          [&] { seen.push_back(permission.status()); });
         EXPECT_FALSE(permission.attemptedBefore());
-        QCoro::waitFor(permission.request());
-        EXPECT_EQ(seen, (std::vector<Status>{Status::requesting, c.outcome}));
+        QCoro::waitFor(c.recheck ? permission.recheck() : permission.request());
+        EXPECT_EQ(seen, c.seen);
         EXPECT_TRUE(permission.attemptedBefore());
+        EXPECT_TRUE(defaults_.value("systemAudioPermissionAttempted").toBool());
         EXPECT_EQ(probe->attempts.load(), 1);
         EXPECT_FALSE(probe->onMainThread.load()) << "the probe runs off the main thread";
     }
-}
-
-TEST_F(SystemAudioPermissionTest, RecheckGoesStraightToTheOutcome) {
-    auto probe = std::make_shared<ScriptedProbe>(false);
-    SystemAudioPermission permission(probe, &defaults_);
-    std::vector<Status> seen;
-    QObject::connect(&permission, &SystemAudioPermission::statusChanged,
-                     [&] { seen.push_back(permission.status()); });
-    QCoro::waitFor(permission.recheck());
-    EXPECT_EQ(seen, std::vector<Status>{Status::denied});
-    EXPECT_TRUE(defaults_.value("systemAudioPermissionAttempted").toBool());
 }
 
 TEST(CoreAudioTapProbeTest, PairsEveryTapWithItsDestructionAndReportsARefusal) {

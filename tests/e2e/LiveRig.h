@@ -4,7 +4,6 @@
 // real programs on PipeWire through record-live.
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -64,28 +63,17 @@ public:
     ~Child() { stop(); }
 
     /// Runs `argv` (looked up in PATH) with the environment of this process plus `overrides`.
-    /// Output goes to `stdoutPath` when given, else to `stdoutFd` when given, else it is
-    /// inherited. An invalid child when the program can't be started.
+    /// Output goes to `stdoutPath` when given, else it is inherited. A program that can't be
+    /// started ends at once with status 127.
     static Child spawn(const std::vector<std::string>& argv, const Env& overrides = {},
-                       const std::filesystem::path& stdoutPath = {}, int stdoutFd = -1) {
+                       const std::filesystem::path& stdoutPath = {}) {
         Child child;
-        std::vector<std::string> envText;
-        for (char** entry = environ; *entry != nullptr; ++entry) {
-            const std::string text = *entry;
-            const auto name = text.substr(0, text.find('='));
-            if (!overrides.contains(name)) {
-                envText.push_back(text);
-            }
-        }
+        // `env` sets the overrides and then becomes the program, under the same process id.
+        std::vector<std::string> args{"env"};
         for (const auto& [name, value] : overrides) {
-            envText.push_back(name + "=" + value);
+            args.push_back(name + "=" + value);
         }
-        std::vector<char*> envp;
-        for (auto& text : envText) {
-            envp.push_back(text.data());
-        }
-        envp.push_back(nullptr);
-        std::vector<std::string> args = argv;
+        args.insert(args.end(), argv.begin(), argv.end());
         std::vector<char*> argp;
         for (auto& arg : args) {
             argp.push_back(arg.data());
@@ -97,8 +85,6 @@ public:
         if (!stdoutPath.empty()) {
             posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, stdoutPath.c_str(),
                                              O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        } else if (stdoutFd >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, stdoutFd, STDOUT_FILENO);
         }
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
@@ -115,7 +101,7 @@ public:
         posix_spawnattr_setflags(
             &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         pid_t pid = -1;
-        if (posix_spawnp(&pid, argp[0], &actions, &attributes, argp.data(), envp.data()) == 0) {
+        if (posix_spawnp(&pid, argp[0], &actions, &attributes, argp.data(), environ) == 0) {
             child.pid_ = pid;
         }
         posix_spawnattr_destroy(&attributes);
@@ -188,106 +174,42 @@ struct RunResult {
 /// Runs a command to its end (or kills it after `timeout` seconds) and returns its standard output.
 inline RunResult run(const std::vector<std::string>& argv, double timeout = 20,
                      const Env& overrides = {}) {
+    static int runs = 0;
+    const auto out = std::filesystem::temp_directory_path() /
+                     ("bw-run-" + std::to_string(getpid()) + "-" + std::to_string(runs++));
     RunResult result;
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return result;
+    Child child = Child::spawn(argv, overrides, out);
+    if (const auto status = child.wait(timeout)) {
+        result.finished = true;
+        result.status = *status;
     }
-    Child child = Child::spawn(argv, overrides, {}, fds[1]);
-    close(fds[1]);
-    const auto deadline = Clock::now() + std::chrono::duration<double>(timeout);
-    // Read until every writer has closed the pipe (a daemon it started may keep it a while).
-    char buffer[4096];
-    while (child.valid()) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) {
-            break;
-        }
-        pollfd entry{fds[0], POLLIN, 0};
-        if (poll(&entry, 1, int(std::min<long long>(left.count(), 100))) <= 0) {
-            continue;
-        }
-        const ssize_t n = read(fds[0], buffer, sizeof buffer);
-        if (n <= 0) {
-            break;
-        }
-        result.out.append(buffer, std::size_t(n));
-    }
-    close(fds[0]);
-    if (child.valid()) {
-        const double left = std::chrono::duration<double>(deadline - Clock::now()).count();
-        if (auto status = child.wait(std::max(0.0, left))) {
-            result.finished = true;
-            result.status = *status;
-        }
-    }
+    child.stop();
+    result.out = readFile(out);
+    std::filesystem::remove(out);
     return result;
 }
 
-/// The words of a line of POSIX shell, with its quoting undone (backslashes, '…', "…", $'…').
-inline std::vector<std::string> shellWords(const std::string& line) {
-    std::vector<std::string> words;
-    std::string word;
-    bool inWord = false;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        const char c = line[i];
-        if (c == ' ' || c == '\t') {
-            if (inWord) {
-                words.push_back(word);
-                word.clear();
-                inWord = false;
-            }
-            continue;
-        }
-        inWord = true;
-        if (c == '\\' && i + 1 < line.size()) {
-            word += line[++i];
-        } else if (c == '\'') {
-            const auto end = line.find('\'', i + 1);
-            word += line.substr(i + 1, end - i - 1);
-            i = end == std::string::npos ? line.size() : end;
-        } else if (c == '"') {
-            for (++i; i < line.size() && line[i] != '"'; ++i) {
-                if (line[i] == '\\' && i + 1 < line.size() &&
-                    std::string("\\\"$`").find(line[i + 1]) != std::string::npos) {
-                    ++i;
-                }
-                word += line[i];
-            }
-        } else if (c == '$' && i + 1 < line.size() && line[i + 1] == '\'') {
-            for (i += 2; i < line.size() && line[i] != '\''; ++i) {
-                if (line[i] == '\\' && i + 1 < line.size()) {
-                    const char e = line[++i];
-                    word += e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e;
-                } else {
-                    word += line[i];
-                }
-            }
-        } else {
-            word += c;
-        }
-    }
-    if (inWord) {
-        words.push_back(word);
-    }
-    return words;
-}
-
-/// The variables of `export A=… B=…` lines.
+/// The variables of `export A=… B=…` lines, quoted as bash's `printf %q` quotes paths: a
+/// backslash before each special character.
 inline Env parseExports(const std::string& text) {
     Env env;
     std::istringstream lines(text);
     std::string line;
     while (std::getline(lines, line)) {
-        const auto words = shellWords(line);
-        if (words.empty() || words[0] != "export") {
+        if (line.rfind("export ", 0) != 0) {
             continue;
         }
-        for (std::size_t i = 1; i < words.size(); ++i) {
-            const auto equals = words[i].find('=');
-            if (equals != std::string::npos && equals > 0) {
-                env[words[i].substr(0, equals)] = words[i].substr(equals + 1);
+        std::vector<std::string> words(1);
+        for (std::size_t i = 7; i < line.size(); ++i) {
+            if (line[i] == ' ') {
+                words.emplace_back();
+            } else {
+                words.back() += line[i] == '\\' && i + 1 < line.size() ? line[++i] : line[i];
+            }
+        }
+        for (const auto& word : words) {
+            if (const auto equals = word.find('='); equals != std::string::npos && equals > 0) {
+                env[word.substr(0, equals)] = word.substr(equals + 1);
             }
         }
     }
@@ -374,21 +296,11 @@ inline std::optional<std::string> jsonField(const std::string& json, const std::
         return text;
     }
     if (json[at] == '{' || json[at] == '[') {
+        // No text of record-live's holds a bracket.
         int depth = 0;
-        bool inString = false;
         for (std::size_t i = at; i < json.size(); ++i) {
-            const char c = json[i];
-            if (inString) {
-                if (c == '\\') {
-                    ++i;
-                } else if (c == '"') {
-                    inString = false;
-                }
-            } else if (c == '"') {
-                inString = true;
-            } else if (c == '{' || c == '[') {
-                ++depth;
-            } else if ((c == '}' || c == ']') && --depth == 0) {
+            depth += (json[i] == '{' || json[i] == '[') - (json[i] == '}' || json[i] == ']');
+            if (depth == 0) {
                 return json.substr(at, i - at + 1);
             }
         }

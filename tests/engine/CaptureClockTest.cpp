@@ -55,16 +55,8 @@ double levelIn(const test::DecodedAudio& audio, double frequency, double from, d
 
 // Hands `seconds` of the source's signal over in 10 ms buffers, in real time when `paced`.
 void feed(EngineRig::Feed& feed, double seconds, bool paced) {
-    const double rate = feed.capture->declaredFormat().sampleRate();
-    const auto frames = std::size_t(rate / 100);
     for (int i = 0; i < int(seconds * 100 + 0.5); ++i) {
-        std::vector<std::vector<float>> chunk;
-        for (const auto& channel : feed.channels) {
-            chunk.emplace_back(channel.begin() + std::ptrdiff_t(feed.position),
-                               channel.begin() + std::ptrdiff_t(feed.position + frames));
-        }
-        feed.position += frames;
-        feed.capture->deliver(EngineRig::makeChunk(rate, chunk));
+        EngineRig::deliver(feed);
         std::this_thread::sleep_for(std::chrono::milliseconds(paced ? 10 : 1));
     }
 }

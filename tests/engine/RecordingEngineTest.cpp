@@ -272,7 +272,7 @@ TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreF
     for (const auto& source : sources) {
         for (int i = 0; i < 96; ++i) {  // the speakers never run: every scheduler stays full
             rig.feeds[source.id].capture->deliver(
-                EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+                test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
         }
     }
     const auto before = std::chrono::steady_clock::now();
@@ -291,12 +291,12 @@ TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) 
     rig.run(0.2);
     for (int i = 0; i < 150; ++i) {
         rig.feeds[source.id].capture->deliver(
-            EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
     }
     rig.run(0.5);
     for (int i = 0; i < 150; ++i) {
         rig.feeds[source.id].capture->deliver(
-            EngineRig::makeChunk(48000, {std::vector<float>(480), std::vector<float>(480)}));
+            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
     }
     EXPECT_EQ(
         rig.reportsSoFar(),

@@ -88,22 +88,26 @@ public:
         return done.get_future().get();
     }
 
-    /// Delivers 10 ms of each fed source (those in `only`, when given) and renders 10 ms at
-    /// `device` (the speakers by default).
+    /// Hands the next 10 ms of the source's signal to its capture, unless the signal has ended.
+    static void deliver(Feed& feed) {
+        const auto rate = feed.capture->declaredFormat().sampleRate();
+        const auto frames = std::size_t(rate / 100);
+        if (feed.position + frames > feed.channels[0].size()) {
+            return;
+        }
+        std::vector<std::vector<float>> chunk;
+        for (const auto& channel : feed.channels) {
+            chunk.emplace_back(channel.begin() + std::ptrdiff_t(feed.position),
+                               channel.begin() + std::ptrdiff_t(feed.position + frames));
+        }
+        feed.position += frames;
+        feed.capture->deliver(makeBuffer(rate, chunk));
+    }
+
+    /// Delivers 10 ms of each source and renders 10 ms at `device` (the speakers by default).
     std::vector<std::vector<float>> step(AudioObjectID device = 0, double deviceRate = 48000) {
         for (auto& [id, feed] : feeds) {
-            const auto rate = feed.capture->declaredFormat().sampleRate();
-            const auto frames = std::size_t(rate / 100);
-            if (feed.position + frames > feed.channels[0].size()) {
-                continue;
-            }
-            std::vector<std::vector<float>> chunk;
-            for (const auto& channel : feed.channels) {
-                chunk.emplace_back(channel.begin() + std::ptrdiff_t(feed.position),
-                                   channel.begin() + std::ptrdiff_t(feed.position + frames));
-            }
-            feed.position += frames;
-            feed.capture->deliver(makeChunk(rate, chunk));
+            deliver(feed);
         }
         auto out =
             hardware->runIOCycle(device == 0 ? speakers : device, std::uint32_t(deviceRate / 100));
@@ -130,11 +134,6 @@ public:
     std::vector<std::string> reportsSoFar() {
         std::lock_guard guard(reportsMutex);
         return reports;
-    }
-
-    static std::shared_ptr<PCMBuffer> makeChunk(double rate,
-                                                const std::vector<std::vector<float>>& channels) {
-        return makeBuffer(rate, channels);
     }
 
     std::shared_ptr<FakeHardware> hardware = std::make_shared<FakeHardware>();

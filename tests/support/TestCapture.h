@@ -20,7 +20,6 @@ public:
 
     Expected<void, ErrorRef> start() override {
         std::lock_guard guard(lock_);
-        ++startCalls_;
         if (startFailure_) {
             return Unexpected(startFailure_);
         }
@@ -70,10 +69,6 @@ public:
         return true;
     }
 
-    int startCalls() const {
-        std::lock_guard guard(lock_);
-        return startCalls_;
-    }
     int stopCalls() const {
         std::lock_guard guard(lock_);
         return stopCalls_;
@@ -87,7 +82,6 @@ private:
     BufferHandler handler_;
     FailureCallback failureHandler_;
     bool started_ = false;
-    int startCalls_ = 0;
     int stopCalls_ = 0;
 };
 

@@ -11,11 +11,11 @@
 #include <fstream>
 
 #include "app/AppState.h"
-#include "shell/BrightwaveRecordApp.h"
-#include "shell/MainWindow.h"
 #include "interface/ContentView.h"
 #include "interface/RecordButton.h"
 #include "interface/SourceRowView.h"
+#include "shell/BrightwaveRecordApp.h"
+#include "shell/MainWindow.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/e2e/LiveRig.h"
 #include "tests/support/DecodedAudio.h"
@@ -34,21 +34,20 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr double kToneHz = 440;
 const QString kPlayerName = QStringLiteral("Tone Player");
 
-AudioServer* server = nullptr;
+const fs::path kAudioServer = fs::path(BW_SOURCE_DIR) / "scripts" / "audio-server";
+AudioServer server;
 std::string serverError;
 fs::path toneFile;
 bool serverStarted = false;
-live::Child* player = nullptr;  // one for every case, so the listed application stays the same
+Child player;  // one for every case, so the listed application stays the same
 
 /// Starts the private server, prepared by `main`, and the player, unless started already.
 bool ensureServer() {
     if (!serverStarted && serverError.empty()) {
-        const fs::path dir = server->dir();
-        serverError = server->start(fs::path(BW_SOURCE_DIR) / "scripts" / "audio-server", dir);
+        serverError = server.start(kAudioServer, server.dir());
         serverStarted = serverError.empty();
         if (serverStarted) {
-            *player = live::Child::spawn(
-                {"pw-play", "-P", "node.name=bw-window-tone", toneFile.string()});
+            player = Child::spawn({"pw-play", "-P", "node.name=bw-window-tone", toneFile.string()});
         }
     }
     return serverStarted;
@@ -92,14 +91,12 @@ struct ProgramRig {
     ContentView& content() const { return *app->mainWindow()->contentView(); }
     AppState& state() const { return AppState::shared(); }
 
-    /// The player's row, once the list shows it (the list refreshes every 5 seconds).
-    SourceRowView* playerRow() const {
+    /// The player's row, once the list shows it within `seconds` (it refreshes every 5 seconds).
+    SourceRowView* playerRow(double seconds = 15) const {
         SourceRowView* found = nullptr;
-        pumpUntilFor(15, [&] {
+        pumpUntilFor(seconds, [&] {
             for (SourceRowView* row : content().appRows()) {
-                if (row->source().name == kPlayerName.toStdString()) {
-                    found = row;
-                }
+                found = row->source().name == kPlayerName.toStdString() ? row : found;
             }
             return found != nullptr;
         });
@@ -147,15 +144,7 @@ TEST(WindowRecordingTest, AServerStartedAfterTheProgramFillsItsListWithinTwoSeco
     EXPECT_TRUE(rig.content().appRows().empty());
     ASSERT_TRUE(ensureServer()) << serverError;
     const auto up = SteadyClock::now();
-    const bool listed = pumpUntilFor(5, [&] {
-        for (SourceRowView* row : rig.content().appRows()) {
-            if (row->source().name == kPlayerName.toStdString()) {
-                return true;
-            }
-        }
-        return false;
-    });
-    ASSERT_TRUE(listed) << "the player never appeared in the list";
+    ASSERT_NE(rig.playerRow(5), nullptr) << "the player never appeared in the list";
     const double after = secondsSince(up);
     ::testing::Test::RecordProperty("listed_after_server_s", std::to_string(after));
     EXPECT_LE(after, 2.0);
@@ -197,31 +186,25 @@ TEST(WindowRecordingTest, QuittingDuringARecordingFinishesTheFileBeforeTheProgra
 
 int main(int argc, char** argv) {
     using namespace bw::test;
-    using bw::test::live::AudioServer;
-    using bw::test::live::run;
-    namespace fs = std::filesystem;
     ::testing::InitGoogleTest(&argc, argv);
-    AudioServer audio;
-    server = &audio;
     // The server itself starts with the first case: the program may come before it.
     std::string folder = (fs::temp_directory_path() / "bw-window.XXXXXX").string();
-    serverError = mkdtemp(folder.data()) == nullptr
-                      ? "no folder for the server"
-                      : audio.prepare(fs::path(BW_SOURCE_DIR) / "scripts" / "audio-server", folder);
+    serverError = mkdtemp(folder.data()) == nullptr ? "no folder for the server"
+                                                    : server.prepare(kAudioServer, folder);
     if (serverError.empty()) {
         // The program reaches the private server, its settings and desktop entries through these.
-        for (const auto& [name, value] : audio.env()) {
+        for (const auto& [name, value] : server.env()) {
             setenv(name.c_str(), value.c_str(), 1);
         }
-        const fs::path data = audio.env().at("XDG_DATA_HOME");
+        const fs::path data = server.env().at("XDG_DATA_HOME");
         fs::create_directories(data / "applications");
         std::ofstream(data / "applications" / "org.example.TonePlayer.desktop")
             << "[Desktop Entry]\nType=Application\nName=Tone Player\nExec=pw-play\n";
-        toneFile = fs::path(audio.env().at("BW_AUDIO_DIR")) / "tone440.wav";
+        toneFile = server.dir() / "tone440.wav";
         const auto made =
-            run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
-                 "sine=frequency=440:sample_rate=48000:duration=60", "-af",
-                 "volume=2,pan=stereo|c0=c0|c1=c0", "-c:a", "pcm_s16le", toneFile.string()});
+            live::run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+                       "sine=frequency=440:sample_rate=48000:duration=60", "-af",
+                       "volume=2,pan=stereo|c0=c0|c1=c0", "-c:a", "pcm_s16le", toneFile.string()});
         if (!made.succeeded()) {
             serverError = "ffmpeg could not make the test tone";
         }
@@ -241,10 +224,8 @@ int main(int argc, char** argv) {
         settings.setValue(QString::fromLatin1(bw::AppState::kRecordingFormatKey),
                           QStringLiteral("wav"));
     }
-    live::Child tonePlayer;
-    player = &tonePlayer;
     const int result = RUN_ALL_TESTS();
-    tonePlayer.stop();
-    audio.stop();
+    player.stop();
+    server.stop();
     return result;
 }
