@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <cmath>
 #include <span>
 #include <thread>
@@ -100,15 +101,23 @@ TEST(CaptureClockTest, WithEverySourceQuietTheFileKeepsPaceWithTheClock) {
 }
 
 TEST(CaptureClockTest, AtTheStopEverythingDeliveredReachesTheFileInWholeTapBuffers) {
-    // Sources delivering at full speed from threads of their own, as captures do.
+    // Sources delivering at full speed from threads of their own, as captures do; in step, so
+    // that a thread the scheduler holds back (a busy machine, a sanitizer) never looks like a
+    // source gone quiet while the other races on.
     EngineRig rig;
     std::vector<RecordingSource> sources{rig.addSource("A", kStereo48, 500.0, 0.25f, 1.0),
                                          rig.addSource("B", kMono44, 1000.0, 0.25f, 1.0)};
     auto engine = rig.makeEngine(rig.configuration(sources));
     ASSERT_TRUE(EngineRig::start(*engine));
+    std::barrier inStep(std::ptrdiff_t(sources.size()));
     std::vector<std::thread> captures;
     for (const auto& source : sources) {
-        captures.emplace_back([&, id = source.id] { feed(rig.feeds.at(id), 1.0, false); });
+        captures.emplace_back([&, id = source.id] {
+            for (int i = 0; i < 100; ++i) {
+                EngineRig::deliver(rig.feeds.at(id));
+                inStep.arrive_and_wait();
+            }
+        });
     }
     for (auto& thread : captures) {
         thread.join();
