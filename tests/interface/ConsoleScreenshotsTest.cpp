@@ -76,8 +76,10 @@ TEST(ConsoleScreenshotsTest, IdleHeaderIsADarkGrainedPanelWithADimLcdAndAReadyKe
     const QColor body = c.at(image, *c.button, key.center() + QPointF(0, 24));
     EXPECT_GT(body.red(), 180);
     EXPECT_LT(body.green(), 90);
-    // The ready ring is white on the key.
+    // The ready ring is white on the key, around a red centre.
     EXPECT_GT(c.at(image, *c.button, key.center() + QPointF(0, -16.25)).lightness(), 200);
+    EXPECT_GT(c.at(image, *c.button, key.center()).red(), 180);
+    EXPECT_LT(c.at(image, *c.button, key.center()).green(), 90);
     // The empty meter's segments are faint on the panel.
     MasterLevelMeter* meter = c.view.masterMeter();
     EXPECT_TRUE(isPanel(c.at(image, *meter, meter->barRect().topLeft() + QPointF(2.5, 5))));
@@ -92,8 +94,9 @@ TEST(ConsoleScreenshotsTest, RecordingHeaderGlowsRedAndAmber) {
     }
     const QImage image = c.shoot("console-recording.png");
     const QRectF key = c.button->keyRect();
-    // The stop square is white; the glow lights the panel beside the key red.
+    // The stop square is white up to its rounded corner; the glow lights the panel red.
     EXPECT_GT(c.at(image, *c.button, key.center()).lightness(), 220);
+    EXPECT_LT(c.at(image, *c.button, key.center() + QPointF(14, 14)).green(), 120);
     const QColor glow = c.at(image, *c.button, QPointF(key.left() - 6, key.center().y()));
     EXPECT_GT(glow.red(), glow.green() + 30);
     // Lit amber digits somewhere on the LCD's line.
