@@ -112,43 +112,6 @@ TEST(SegmentedMeterTest, LitColourFollowsThePlaceInTheBar) {
     EXPECT_EQ(dark.front().color, QColor::fromRgbF(1, 1, 1, 0.08f));
 }
 
-TEST(SegmentedMeterTest, PaintedBarShowsTheLitSegmentsAndTheLamp) {
-    ManualConsoleClock clock;
-    test::Host host(12);
-    SegmentedMeter* meter = host.hold(new SegmentedMeter);
-    meter->setClock(&clock);
-    meter->resize(21 * 8 - 3 + 8 + 7, 10);  // 21 segments, the gap and the lamp
-    EXPECT_EQ(meter->sizeHint().height(), 10);
-    meter->setLevel(0.99f);
-    const QImage image = host.painted();
-    const QRectF bar = meter->barRect();
-    ASSERT_EQ(bar, QRectF(0, 0, 165, 10));
-    ASSERT_EQ(SegmentedMeter::segmentCount(bar.width()), 21);
-    EXPECT_EQ(meter->lampRect(), QRectF(173, 1.5, 7, 7));
-    auto at = [&](const QImage& picture, int index) {
-        return picture.pixelColor(host.at(*meter, QPointF(index * 8 + 2.5, 5)));
-    };
-    EXPECT_TRUE(test::nearColor(at(image, 0), Theme::meterGreen()));
-    EXPECT_TRUE(test::nearColor(at(image, 15), Theme::consoleAmber()));
-    EXPECT_TRUE(test::nearColor(at(image, 20), Theme::signalRed()));
-    const QPointF lamp = meter->lampRect().center();
-    EXPECT_TRUE(test::nearColor(image.pixelColor(host.at(*meter, lamp)), Theme::signalRed()));
-    // The lamp's glow spills onto the panel beyond the widget, to the right and above.
-    EXPECT_GT(image.pixelColor(host.at(*meter, lamp + QPointF(6, 0))).alpha(), 10);
-    EXPECT_GT(image.pixelColor(host.at(*meter, lamp + QPointF(0, -6))).alpha(), 10);
-
-    meter->setLevel(0.0f);
-    clock.advance(SegmentedMeter::clipHold);
-    const QImage dark = host.painted();
-    EXPECT_TRUE(
-        test::nearColor(dark.pixelColor(host.at(*meter, lamp)), QColor(255, 255, 255, 26), 2));
-    EXPECT_EQ(dark.pixelColor(host.at(*meter, lamp + QPointF(6, 0))).alpha(), 0);
-    EXPECT_TRUE(test::nearColor(at(dark, 0), QColor(255, 255, 255, 20), 2));
-    // The peak still stands at the top segment, one fall below 0.99.
-    EXPECT_TRUE(test::nearColor(at(dark, 20), Theme::signalRed()));
-    EXPECT_TRUE(test::nearColor(at(dark, 19), QColor(255, 255, 255, 20), 2));
-}
-
 TEST(SegmentedMeterTest, PeakFallsByOneStepPerChangeOfLevel) {
     struct Case {
         const char* what;
