@@ -228,25 +228,6 @@ TEST(RecordingFlowTest, AFailureWhileStoppingNeitherStopsAgainNorLetsTheSavedMes
     EXPECT_TRUE(rig.state->lastRecordingURL().has_value());
 }
 
-TEST(RecordingFlowTest, AStopPressedTwiceWaitsForTheFirstAndStopsOnce) {
-    FlowRig rig;
-    rig.tick({"app:org.example.Player"});
-    rig.engines.script = [](FakeRecordingEngine& engine) { engine.holdStop = true; };
-    QCoro::waitFor(rig.state->startRecording());
-    auto first = rig.state->stopRecording();
-    auto second = rig.state->stopRecording();
-    pumpFor(20);
-    EXPECT_FALSE(second.isReady());
-    EXPECT_TRUE(rig.state->isStoppingRecording());
-
-    rig.engines.last().finishStop();
-    QCoro::waitFor(second);
-    EXPECT_FALSE(rig.state->isStoppingRecording());
-    EXPECT_TRUE(rig.state->lastRecordingURL().has_value());
-    QCoro::waitFor(first);
-    EXPECT_EQ(rig.engines.last().stopCalls, 1);
-}
-
 TEST(RecordingFlowTest, AMicrophoneQuestionNobodyAnswersIsANoAfterTenSeconds) {
     FlowRig rig;
     rig.tick({"mic:usb"});

@@ -10,6 +10,7 @@
 #include "interface/GrainOverlay.h"
 #include "interface/MasterLevelMeter.h"
 #include "interface/RecordButton.h"
+#include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
 #include "tests/app/QtTestSupport.h"
 #include "tests/interface/ViewRig.h"
@@ -76,11 +77,17 @@ TEST(ConsoleScreenshotsTest, IdleHeaderIsADarkGrainedPanelWithADimLcdAndAReadyKe
     const QColor body = c.at(image, *c.button, key.center() + QPointF(0, 24));
     EXPECT_GT(body.red(), 180);
     EXPECT_LT(body.green(), 90);
-    // The ready ring is white on the key.
+    // The ready ring is white on the key, around a red centre.
     EXPECT_GT(c.at(image, *c.button, key.center() + QPointF(0, -16.25)).lightness(), 200);
-    // The empty meter's segments are faint on the panel.
+    EXPECT_GT(c.at(image, *c.button, key.center()).red(), 180);
+    EXPECT_LT(c.at(image, *c.button, key.center()).green(), 90);
+    // The empty meter's segments and its lamp are faint on the panel, the lamp without a glow.
     MasterLevelMeter* meter = c.view.masterMeter();
     EXPECT_TRUE(isPanel(c.at(image, *meter, meter->barRect().topLeft() + QPointF(2.5, 5))));
+    const QPointF lamp = meter->lampRect().center();
+    EXPECT_TRUE(isPanel(c.at(image, *meter, lamp)));
+    EXPECT_LT(c.at(image, *meter, lamp + QPointF(0, -5)).red(),
+              c.at(image, *meter, lamp + QPointF(0, -12)).red() + 10);
 }
 
 TEST(ConsoleScreenshotsTest, RecordingHeaderGlowsRedAndAmber) {
@@ -92,8 +99,9 @@ TEST(ConsoleScreenshotsTest, RecordingHeaderGlowsRedAndAmber) {
     }
     const QImage image = c.shoot("console-recording.png");
     const QRectF key = c.button->keyRect();
-    // The stop square is white; the glow lights the panel beside the key red.
+    // The stop square is white up to its rounded corner; the glow lights the panel red.
     EXPECT_GT(c.at(image, *c.button, key.center()).lightness(), 220);
+    EXPECT_LT(c.at(image, *c.button, key.center() + QPointF(14, 14)).green(), 120);
     const QColor glow = c.at(image, *c.button, QPointF(key.left() - 6, key.center().y()));
     EXPECT_GT(glow.red(), glow.green() + 30);
     // Lit amber digits somewhere on the LCD's line.
@@ -105,13 +113,23 @@ TEST(ConsoleScreenshotsTest, RecordingHeaderGlowsRedAndAmber) {
         }
     }
     EXPECT_TRUE(amber);
-    // The meter: green at its start, the clip lamp red.
+    // The meter paints each segment its model lights, the held peak too, in its colour; the
+    // clip lamp is red and its glow spills onto the panel.
     MasterLevelMeter* meter = c.view.masterMeter();
-    const QColor first = c.at(image, *meter, meter->barRect().topLeft() + QPointF(2.5, 5));
-    EXPECT_GT(first.green(), first.red());
-    const QColor lamp = c.at(image, *meter, meter->lampRect().center());
-    EXPECT_GT(lamp.red(), 200);
-    EXPECT_LT(lamp.green(), 100);
+    const QRectF bar = meter->barRect();
+    const auto segments =
+        SegmentedMeter::segments(bar.width(), bar.height(), meter->level(), meter->peak());
+    const auto allLit = SegmentedMeter::segments(bar.width(), bar.height(), 1.0f, 0.0f);
+    ASSERT_FALSE(segments.back().lit);
+    ASSERT_GT(meter->peak(), meter->level());
+    for (std::size_t i = 0; i < segments.size(); ++i) {
+        const QColor shown = c.at(image, *meter, bar.topLeft() + segments[i].rect.center());
+        EXPECT_EQ(segments[i].lit, test::nearColor(shown, allLit[i].color, 12)) << i;
+    }
+    const QPointF lamp = meter->lampRect().center();
+    EXPECT_TRUE(test::nearColor(c.at(image, *meter, lamp), Theme::signalRed(), 12));
+    EXPECT_GT(c.at(image, *meter, lamp + QPointF(0, -5)).red(),
+              c.at(image, *meter, lamp + QPointF(0, -12)).red() + 20);
     c.button->click();
     EXPECT_TRUE(test::pumpUntil([&] { return !c.rig.state->isBusy(); }));
 }

@@ -83,28 +83,6 @@ TEST(SplitMix64Test, SixtyFourBitDrawRejectsExactlyTheLowHalvesBelowTheThreshold
     }
 }
 
-TEST(SplitMix64Test, EightBitDrawRefusesMultiplesOfFourAndTakesThreeQuarters) {
-    struct Case {
-        std::vector<std::uint64_t> outputs;
-        int expected;
-        std::size_t used;
-    };
-    const std::vector<Case> cases = {
-        {{0x01}, 0, 1},                          // 1 × 3 / 4 = 0
-        {{0x05}, 3, 1},                          // 5 × 3 / 4 = 3
-        {{0xFF}, 191, 1},                        // the top value
-        {{0x00, 0x04, 0xFC, 0x02}, 1, 4},        // three multiples of 4 refused
-        {{0xABCDEF0000000007ull}, 5, 1},         // only the lowest byte counts
-        {{0x1200000000000010ull, 0x33}, 38, 2},  // 0x10 refused, 0x33 = 51 → 38
-    };
-    for (const auto& c : cases) {
-        std::size_t used = 0;
-        const auto result = SplitMix64::uniformByteBelow(192, [&] { return c.outputs.at(used++); });
-        EXPECT_EQ(result, c.expected) << "first output " << std::hex << c.outputs.front();
-        EXPECT_EQ(used, c.used);
-    }
-}
-
 // Expected specks computed by an independent implementation of the draws.
 TEST(GrainPixelsTest, SmallSizesPlaceTheSpecksOfTheReferenceDraws) {
     struct Case {

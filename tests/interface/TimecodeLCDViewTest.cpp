@@ -77,15 +77,7 @@ TEST(TimecodeLCDViewTest, RecordingLightsTheDigitsAndTheGlow) {
               static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
 }
 
-TEST(TimecodeLCDViewTest, TextsShowAndSpeakTheTwoForms) {
-    struct Case {
-        QString formatted;
-        QString compact;
-    };
-    const std::vector<Case> cases = {{"0:12:34", "12:34"},
-                                     {"1:02:05", "1:02:05"},
-                                     {"100:00:00", "100:00:00"},
-                                     {"0:00:00", "00:00"}};
+TEST(TimecodeLCDViewTest, TheLongFormIsShownAndTheCompactOneSpoken) {
     ManualConsoleClock clock;
     TimecodeLCDView lcd;
     lcd.setClock(&clock);
@@ -93,12 +85,10 @@ TEST(TimecodeLCDViewTest, TextsShowAndSpeakTheTwoForms) {
     ASSERT_NE(accessible, nullptr);
     EXPECT_EQ(accessible->text(QAccessible::Name), QString("Elapsed time"));
     const int sevenCharacters = lcd.sizeHint().width();
-    for (const auto& c : cases) {
-        lcd.setFormattedElapsed(c.formatted);
-        lcd.setCompactElapsed(c.compact);
-        EXPECT_EQ(lcd.formattedElapsed(), c.formatted);
-        EXPECT_EQ(accessible->text(QAccessible::Value), c.compact);
-    }
+    lcd.setFormattedElapsed("0:12:34");
+    lcd.setCompactElapsed("12:34");
+    EXPECT_EQ(lcd.formattedElapsed(), "0:12:34");
+    EXPECT_EQ(accessible->text(QAccessible::Value), "12:34");
     lcd.setFormattedElapsed("100:00:00");
     EXPECT_GT(lcd.sizeHint().width(), sevenCharacters);  // more hours, wider display
 }

@@ -120,24 +120,14 @@ TEST(BrightwaveRecordAppTest, TheMenusAreFileAndHelpAndEachItemOpensItsWindow) {
     EXPECT_EQ(std::count(rig.madeScenes.begin(), rig.madeScenes.end(), "settings"), 1);
 }
 
-TEST(BrightwaveRecordAppTest, CheckForUpdatesFollowsWhetherACheckCanStart) {
-    ShellRig rig;
-    rig.launch();
-    QAction* check = rig.main()->checkForUpdatesAction();
-    EXPECT_EQ(check->text(), QStringLiteral("Check for Updates…"));
-    EXPECT_EQ(check->isEnabled(), rig.updater.canCheckForUpdates());
-    UpdaterService withoutFeed{QUrl(), QStringLiteral("1.0")};
-    MainWindow::Services services;
-    services.state = rig.state.get();
-    services.icons = &rig.icons;
-    services.levels = &rig.tracker;
-    services.timer = &rig.timer;
-    services.updater = &withoutFeed;
-    services.clock = &rig.consoleClock;
-    services.openWindow = [](const QString&) {};
-    services.quit = [] {};
-    MainWindow window(services);
-    EXPECT_FALSE(window.checkForUpdatesAction()->isEnabled());
+TEST(BrightwaveRecordAppTest, CheckForUpdatesIsOfferedOnlyWithAFeedToCheck) {
+    for (const bool withFeed : {true, false}) {
+        ShellRig rig(false, true, withFeed ? QUrl("http://127.0.0.1:9/appcast.xml") : QUrl());
+        rig.launch();
+        QAction* check = rig.main()->checkForUpdatesAction();
+        EXPECT_EQ(check->text(), QStringLiteral("Check for Updates…"));
+        EXPECT_EQ(check->isEnabled(), withFeed);
+    }
 }
 
 TEST(BrightwaveRecordAppTest, TheRecordCommandNamesStopOnlyWhileRecordingAndIgnoresOtherStates) {

@@ -3,14 +3,14 @@
 #include <QLabel>
 
 #include "app/UpdaterService.h"
+#include "interface/SettingsView.h"
 #include "shell/BrightwaveRecordApp.h"
 #include "shell/MainWindow.h"
 #include "shell/MenuBarExtra.h"
 #include "shell/TrayHostWatch.h"
-#include "interface/SettingsView.h"
 #include "tests/app/QtTestSupport.h"
-#include "tests/shell/FakeTrayHost.h"
 #include "tests/interface/ViewRig.h"
+#include "tests/shell/FakeTrayHost.h"
 
 namespace bw::test {
 
@@ -19,14 +19,15 @@ namespace bw::test {
 /// stand-in on the session bus (the test program's private one) unless told otherwise.
 struct ShellRig : ViewRig {
     std::unique_ptr<FakeTrayHost> trayHost;
-    // Nothing listens on this port; no test here starts a check.
-    UpdaterService updater{QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")),
-                           QStringLiteral("1.0")};
+    UpdaterService updater;
     int terminations = 0;
     std::vector<QString> madeScenes;
     std::unique_ptr<BrightwaveRecordApp> app;
 
-    explicit ShellRig(bool reduceMotion = false, bool withTray = true) {
+    // Nothing listens on the feed's port; no test here starts a check.
+    explicit ShellRig(bool reduceMotion = false, bool withTray = true,
+                      QUrl feed = QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")))
+        : updater(feed, QStringLiteral("1.0")) {
         if (withTray) {
             trayHost = std::make_unique<FakeTrayHost>();
         }
