@@ -54,7 +54,7 @@ struct Console {
         header->grab();
         EXPECT_TRUE(QTest::qWaitFor([&] { return header->grain().texture().has_value(); }, 5000));
         const QImage picture = header->grab().toImage();
-        EXPECT_TRUE(test::saveScreenshot(picture, QString::fromLatin1(name)));
+        EXPECT_TRUE(test::matchesScreenshot(picture, QString::fromLatin1(name)));
         return picture;
     }
 
