@@ -1,6 +1,6 @@
 // Paints the windows around the console at scale 2 (the walkthrough's steps, help, both settings
-// tabs, the update dialog) and checks what the walkthrough must read as: the dark grained panel
-// with an amber current dot. With BW_SCREENSHOT_DIR set, the pictures are saved there as PNGs.
+// tabs, the update dialog) and compares them with the reviewed pictures; no paint may nest in
+// another.
 #include <gtest/gtest.h>
 
 #include <QApplication>
@@ -64,10 +64,6 @@ struct NestedPaintWatch {
     ~NestedPaintWatch() { qInstallMessageHandler(previous); }
 };
 
-QColor at(const QImage& image, QWidget& widget, QPointF local) {
-    return image.pixelColor((widget.mapTo(widget.window(), local) * kScale).toPoint());
-}
-
 class RefusingProbe : public SystemAudioTapProbe {
 public:
     Expected<void, ErrorRef> makeTap() override {
@@ -88,17 +84,7 @@ TEST(WindowScreenshotsTest, WalkthroughStepsStandOnTheConsolePanel) {
     for (int step = 0; step < OnboardingView::stepCount; ++step) {
         view.setStep(step);
         clock.advance(1200ms);
-        const QImage image = shoot(view, names[step]);
-        EXPECT_EQ(image.size(), QSize(520, 560) * kScale);
-        const QColor corner = image.pixelColor(20, 40);
-        EXPECT_LT(corner.lightness(), 60) << step;
-        EXPECT_GE(corner.red(), corner.blue()) << step;
-        // The current dot is lit amber.
-        QWidget* dots = view.stepDots();
-        const QColor dot = at(image, *dots, QPointF(step * 14 + 3.5, 3.5));
-        EXPECT_GT(dot.red(), 200) << step;
-        EXPECT_GT(dot.green(), 130) << step;
-        EXPECT_LT(dot.blue(), 110) << step;
+        EXPECT_EQ(shoot(view, names[step]).size(), QSize(520, 560) * kScale);
     }
 
     // The permission step after a refusal, with the way to the settings.
