@@ -412,6 +412,7 @@ QImage shoot(ContentView& view, const char* name) {
     view.grab();
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return view.header()->grain().texture().has_value(); }, 5000));
+    test::pumpFor(20);  // posted layouts (the list's scroll bar) land first on a busy machine
     const QImage picture = view.grab().toImage();
     EXPECT_TRUE(test::matchesScreenshot(picture, QString::fromLatin1(name)));
     return picture;
