@@ -316,15 +316,14 @@ struct Probe {
     std::string codecName;
     int sampleRate = 0;
     int channels = 0;
-    double bitRate = 0;
     double duration = 0;
     std::string text;  ///< ffprobe's own output, for messages
 };
 
 inline Probe probe(const std::filesystem::path& file) {
     const auto result = run({"ffprobe", "-v", "error", "-select_streams", "a:0", "-show_entries",
-                             "stream=codec_name,sample_rate,channels,bit_rate:format=duration",
-                             "-of", "default=noprint_wrappers=1", file.string()});
+                             "stream=codec_name,sample_rate,channels:format=duration", "-of",
+                             "default=noprint_wrappers=1", file.string()});
     Probe p;
     p.text = result.out;
     std::map<std::string, std::string> values;
@@ -342,7 +341,6 @@ inline Probe probe(const std::filesystem::path& file) {
     p.codecName = values.contains("codec_name") ? values["codec_name"] : "";
     p.sampleRate = int(number("sample_rate"));
     p.channels = int(number("channels"));
-    p.bitRate = number("bit_rate");
     p.duration = number("duration");
     p.ok = result.succeeded() && !p.codecName.empty() && p.duration > 0;
     return p;

@@ -1,15 +1,15 @@
 #include "engine/RecordingEngine.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <span>
 #include <thread>
 
-#include "engine/RecordingEngineError.h"
-#include "platform/av/AVError.h"
 #include "tests/support/DecodedAudio.h"
 #include "tests/support/EngineRig.h"
 
@@ -175,69 +175,70 @@ TEST(RecordingEngineTest, ASourceThatNeverDeliversIsListedAndStillGetsItsOwnSile
     EXPECT_TRUE(rig.reportsSoFar().empty()) << "the recording itself did not fail";
 }
 
-TEST(RecordingEngineTest, WhenNoSourceStartsThereIsNeitherFileNorFolder) {
-    EngineRig rig;
-    auto a = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("gone")));
-    auto b = rig.addSource("B", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("denied")));
-    auto engine = rig.makeEngine(rig.configuration({a, b}));
-    auto started = EngineRig::start(*engine);
-    ASSERT_FALSE(started);
-    auto* error = dynamic_cast<const RecordingEngineError*>(started.error().get());
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->localizedDescription(),
-              "No audio source could be started.\nA: gone\nB: denied");
-    EXPECT_FALSE(fs::exists(engine->configuration().fileURL.parent_path()));
-    EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createIOProcID), 0u);
+struct StartFailure {
+    const char* name;
+    ::testing::Matcher<std::string> reason;
+    std::function<std::shared_ptr<RecordingEngine>(EngineRig&)> arrange;
+    bool beforeAnything = false;  // neither the folder nor the output was touched
+};
 
-    auto empty = rig.makeEngine(rig.configuration({}));
-    auto none = EngineRig::start(*empty);
-    ASSERT_FALSE(none);
-    EXPECT_EQ(none.error()->localizedDescription(), "No audio source could be started.\n");
-}
-
-TEST(RecordingEngineTest, AnOutputDeviceThatWontStartLeavesNoFileAndGivesThePlatformError) {
-    EngineRig rig;
-    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
-    auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
-    rig.hardware->failNext(HardwareOperation::deviceStart, -50);
-    auto started = EngineRig::start(*engine);
-    ASSERT_FALSE(started);
-    auto* platform = dynamic_cast<const AVError*>(started.error().get());
-    ASSERT_NE(platform, nullptr) << "not wrapped: " << started.error()->localizedDescription();
-    EXPECT_EQ(platform->code(), -50);
-    EXPECT_FALSE(fs::exists(engine->configuration().fileURL));
-    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
-}
-
-TEST(RecordingEngineTest, AMixThatCantBeTappedFailsTheStartInsteadOfWritingAnEmptyFile) {
-    EngineRig rig;
-    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
-    auto mixer = std::make_shared<AudioMixerNode>();
-    ASSERT_TRUE(
-        mixer->installTap(0, 1024, kStereo48, [](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {}));
-    auto engine = rig.makeEngine(rig.configuration({source}), mixer);  // its one tap is taken
-    auto started = EngineRig::start(*engine);
-    ASSERT_FALSE(started);
-    EXPECT_EQ(started.error()->localizedDescription(),
-              "The mix could not be routed to the recording file.");
-    EXPECT_FALSE(fs::exists(engine->configuration().fileURL));
-    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
-}
-
-TEST(RecordingEngineTest, AFolderThatCannotBeMadeFailsTheStartWithTheReason) {
-    EngineRig rig;
-    auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
-    auto configuration = rig.configuration({source});
-    fs::create_directories(rig.folder);
-    std::ofstream(rig.folder / "takes") << "a file where the folder should be";
-    auto engine = rig.makeEngine(configuration);
-    auto started = EngineRig::start(*engine);
-    ASSERT_FALSE(started);
-    auto* error = dynamic_cast<const RecordingEngineError*>(started.error().get());
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->localizedDescription().rfind("Could not create the recording file. ", 0), 0u)
-        << error->localizedDescription();
-    EXPECT_EQ(rig.feeds[source.id].capture->stopCalls(), 1);
+TEST(RecordingEngineTest, AStartThatFailsGivesItsReasonLeavesNoFileAndStopsWhatHadStarted) {
+    using ::testing::Eq;
+    const auto one = [](EngineRig& rig, bool passthrough = false) {
+        auto source = rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0);
+        return rig.configuration({source}, RecordingFormat::wav, {}, passthrough);
+    };
+    const std::vector<StartFailure> cases = {
+        {"no source starts", Eq("No audio source could be started.\nA: gone\nB: denied"),
+         [](EngineRig& rig) {
+             auto a =
+                 rig.addSource("A", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("gone")));
+             auto b =
+                 rig.addSource("B", kStereo48, 500.0, 0.5f, 1.0, makeError(CaptureError("denied")));
+             return rig.makeEngine(rig.configuration({a, b}));
+         },
+         true},
+        {"no sources at all", Eq("No audio source could be started.\n"),
+         [](EngineRig& rig) { return rig.makeEngine(rig.configuration({})); }, true},
+        // The platform's own error, not wrapped.
+        {"the output won't start",
+         Eq("The audio output device could not be started (audio system error -50)."),
+         [&](EngineRig& rig) {
+             rig.hardware->failNext(HardwareOperation::deviceStart, -50);
+             return rig.makeEngine(one(rig, true));
+         }},
+        // Rather than writing an empty file.
+        {"the mix's one tap is taken", Eq("The mix could not be routed to the recording file."),
+         [&](EngineRig& rig) {
+             auto mixer = std::make_shared<AudioMixerNode>();
+             EXPECT_TRUE(mixer->installTap(0, 1024, kStereo48,
+                                           [](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {}));
+             return rig.makeEngine(one(rig), mixer);
+         }},
+        {"a file where the folder should be",
+         ::testing::MatchesRegex("Could not create the recording file\\. .+"),
+         [&](EngineRig& rig) {
+             fs::create_directories(rig.folder);
+             std::ofstream(rig.folder / "takes") << "not a folder";
+             return rig.makeEngine(one(rig));
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EngineRig rig;
+        auto engine = c.arrange(rig);
+        auto started = EngineRig::start(*engine);
+        ASSERT_FALSE(started);
+        EXPECT_THAT(started.error()->localizedDescription(), c.reason);
+        EXPECT_FALSE(fs::exists(engine->configuration().fileURL));
+        for (const auto& [id, feed] : rig.feeds) {
+            EXPECT_FALSE(feed.capture->format()) << id << " was left running";
+        }
+        if (c.beforeAnything) {
+            EXPECT_FALSE(fs::exists(rig.folder / "takes"));
+            EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createIOProcID), 0u);
+        }
+    }
 }
 
 TEST(RecordingEngineTest, WithoutPassthroughNothingPlaysToTheSpeakersWhileTheFileHasTheMix) {
@@ -270,10 +271,7 @@ TEST(RecordingEngineTest, TheDrainWaitsAQuarterSecondInAllHoweverManySourcesAreF
     auto engine = rig.makeEngine(rig.configuration(sources, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     for (const auto& source : sources) {
-        for (int i = 0; i < 96; ++i) {  // the speakers never run: every scheduler stays full
-            rig.feeds[source.id].capture->deliver(
-                test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
-        }
+        rig.flood(source.id, 96);  // the speakers never run: every scheduler stays full
     }
     const auto before = std::chrono::steady_clock::now();
     EngineRig::stop(*engine);
@@ -289,15 +287,9 @@ TEST(RecordingEngineTest, AnOverrunIsReportedOnceAndTheStopStillReturnsTheFile) 
     auto engine = rig.makeEngine(rig.configuration({source}, RecordingFormat::wav, {}, true));
     ASSERT_TRUE(EngineRig::start(*engine));
     rig.run(0.2);
-    for (int i = 0; i < 150; ++i) {
-        rig.feeds[source.id].capture->deliver(
-            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
-    }
+    rig.flood(source.id, 150);
     rig.run(0.5);
-    for (int i = 0; i < 150; ++i) {
-        rig.feeds[source.id].capture->deliver(
-            test::makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
-    }
+    rig.flood(source.id, 150);
     EXPECT_EQ(
         rig.reportsSoFar(),
         std::vector<std::string>{"Recording stopped because audio capture could not keep up."});

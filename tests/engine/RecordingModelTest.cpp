@@ -2,10 +2,8 @@
 
 #include <unordered_set>
 
-#include "engine/RecordingEngineError.h"
 #include "engine/RecordingFormat.h"
 #include "engine/RecordingSource.h"
-#include "platform/av/AVError.h"
 #include "platform/hal/AudioHardwareConstants.h"
 
 namespace bw {
@@ -13,9 +11,9 @@ namespace {
 
 TEST(RecordingFormatTest, OnlyTheExactRawValuesMakeAFormat) {
     const std::vector<std::pair<std::string, std::optional<RecordingFormat>>> cases = {
-        {"m4a", RecordingFormat::m4a}, {"wav", RecordingFormat::wav},
+        {"m4a", RecordingFormat::m4a},   {"wav", RecordingFormat::wav},
         {"aiff", RecordingFormat::aiff}, {"aif", std::nullopt},
-        {"M4A", std::nullopt},         {"", std::nullopt},
+        {"M4A", std::nullopt},           {"", std::nullopt},
         {" wav", std::nullopt}};
     for (const auto& [raw, expected] : cases) {
         EXPECT_EQ(RecordingFormat::fromRawValue(raw), expected) << '"' << raw << '"';
@@ -82,12 +80,16 @@ TEST(RecordingSourceTest, EqualityAndHashTakeInEveryField) {
         bool equal;
     };
     const std::vector<Case> cases = {
-        {"same values", RecordingSource::application(42, "org.example.Player", "Player", false), true},
-        {"relaunched under a new pid", RecordingSource::application(43, "org.example.Player", "Player", false),
+        {"same values", RecordingSource::application(42, "org.example.Player", "Player", false),
+         true},
+        {"relaunched under a new pid",
+         RecordingSource::application(43, "org.example.Player", "Player", false), false},
+        {"started playing", RecordingSource::application(42, "org.example.Player", "Player", true),
          false},
-        {"started playing", RecordingSource::application(42, "org.example.Player", "Player", true), false},
-        {"renamed", RecordingSource::application(42, "org.example.Player", "Player 2", false), false},
-        {"bundle ID lost", RecordingSource{player.id, RecordingSource::App{42, std::nullopt}, "Player", false},
+        {"renamed", RecordingSource::application(42, "org.example.Player", "Player 2", false),
+         false},
+        {"bundle ID lost",
+         RecordingSource{player.id, RecordingSource::App{42, std::nullopt}, "Player", false},
          false},
     };
     for (const auto& c : cases) {
@@ -105,28 +107,6 @@ TEST(RecordingSourceTest, EqualityAndHashTakeInEveryField) {
     EXPECT_EQ(kindHashes.size(), 3u);
     std::unordered_set<RecordingSource> set = {player, cases[1].other, cases[2].other, player};
     EXPECT_EQ(set.size(), 3u);
-}
-
-TEST(RecordingEngineErrorTest, DescriptionsJoinTheSentenceAndTheDetails) {
-    struct Case {
-        const char* what;
-        RecordingEngineError error;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
-        {"no failures", RecordingEngineError::noSourcesStarted({}),
-         "No audio source could be started.\n"},
-        {"two failures",
-         RecordingEngineError::noSourcesStarted(
-             {{"app:a", "A: Audio system error 1 during x"}, {"mic:b", "B: gone"}}),
-         "No audio source could be started.\nA: Audio system error 1 during x\nB: gone"},
-        {"file",
-         RecordingEngineError::fileCreationFailed(makeError(AVError(13, "Disk says no."))),
-         "Could not create the recording file. Disk says no."},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.error.localizedDescription(), c.expected) << c.what;
-    }
 }
 
 }  // namespace

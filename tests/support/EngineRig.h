@@ -104,6 +104,14 @@ public:
         feed.capture->deliver(makeBuffer(rate, chunk));
     }
 
+    /// Hands `count` buffers of 10 ms of silence to the source's capture at once.
+    void flood(const std::string& id, int count) {
+        for (int i = 0; i < count; ++i) {
+            feeds.at(id).capture->deliver(
+                makeBuffer(48000, {std::vector<float>(480), std::vector<float>(480)}));
+        }
+    }
+
     /// Delivers 10 ms of each source and renders 10 ms at `device` (the speakers by default).
     std::vector<std::vector<float>> step(AudioObjectID device = 0, double deviceRate = 48000) {
         for (auto& [id, feed] : feeds) {
