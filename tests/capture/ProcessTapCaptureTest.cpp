@@ -19,22 +19,31 @@ using test::HardwareOperation;
 
 constexpr std::int32_t kOwnPID = 4242;
 constexpr std::int32_t kPlayerPID = 100;
+const std::string kOwnBundleID = "com.tallowfields.BrightwaveRecord";
+constexpr AudioObjectPropertyAddress kProcessList{kAudioHardwarePropertyProcessObjectList,
+                                                  kAudioObjectPropertyScopeGlobal, 0};
 
 class TapRig {
 public:
     TapRig() {
-        speakers = hardware->addDevice({"speakers.uid", "Speakers", FakeHardware::floatFormat(48000, 2), {}});
-        workspace->setOwn(kOwnPID, "com.tallowfields.BrightwaveRecord");
+        speakers = hardware->addDevice(
+            {"speakers.uid", "Speakers", FakeHardware::floatFormat(48000, 2), {}});
+        workspace->setOwn(kOwnPID, kOwnBundleID);
         workspace->addApplication({kPlayerPID, "org.example.Player", "Player", true, ""});
     }
     std::shared_ptr<ProcessTapCapture> make(TapTarget target, bool mute = false) {
         return std::make_shared<ProcessTapCapture>(target, mute, hardware, workspace);
     }
+    /// A capture of the player, which has played.
+    std::shared_ptr<ProcessTapCapture> player() {
+        hardware->addProcess(kPlayerPID, true);
+        return make(TapTarget::process(kPlayerPID));
+    }
     // Every platform object a capture can leave behind.
     void expectNothingLeft(const std::string& when) {
         EXPECT_TRUE(hardware->taps().empty()) << when;
         EXPECT_TRUE(hardware->aggregateDevices().empty()) << when;
-        EXPECT_EQ(hardware->listenerCount(kAudioObjectSystemObject, kAudioHardwarePropertyProcessObjectList), 0u)
+        EXPECT_EQ(hardware->listenerCount(kAudioObjectSystemObject, kProcessList.mSelector), 0u)
             << when;
     }
     template <class Predicate>
@@ -53,18 +62,22 @@ public:
     AudioObjectID speakers = 0;
 };
 
+// What a row sets up.
+enum Setup : unsigned {
+    kSystem = 1,    // the target is system audio, else the player
+    kByBundle = 2,  // the hardware can tap by bundle ID
+    kOwn = 4,       // our own process has a process object
+    kPlayed = 8,    // the player and its helper have process objects
+    kMute = 16,
+    kStranger = 32,  // the target is PID 777, which nothing knows
+};
+
 struct DescriptionCase {
     const char* name;
-    bool systemAudio;
-    bool bundleTaps;
-    bool ownObject;      // our own process has a process object
-    bool playerPlayed;   // the player (and its helper) have process objects
-    bool mute;
-    // Expected:
-    bool isExclusive;
+    unsigned setup;
     std::vector<std::string> bundleIDs;
     std::size_t processCount;
-    std::string error;   // empty when the start succeeds
+    std::string error = {};  // empty when the start succeeds
     friend void PrintTo(const DescriptionCase& c, std::ostream* os) { *os << c.name; }
 };
 
@@ -73,37 +86,41 @@ class TapDescriptionTest : public ::testing::TestWithParam<DescriptionCase> {};
 TEST_P(TapDescriptionTest, DescribesTheTapForEachWayTheTargetResolves) {
     const DescriptionCase& c = GetParam();
     TapRig rig;
-    rig.hardware->setSupportsBundleIDTaps(c.bundleTaps);
-    if (c.ownObject) {
+    const bool system = c.setup & kSystem, mute = c.setup & kMute;
+    rig.hardware->setSupportsBundleIDTaps(c.setup & kByBundle);
+    if (c.setup & kOwn) {
         rig.hardware->addProcess(kOwnPID, true);
     }
-    if (c.playerPlayed) {
+    if (c.setup & kPlayed) {
         rig.hardware->addProcess(kPlayerPID, true);
         rig.workspace->setParent(101, kPlayerPID);
         rig.hardware->addProcess(101, true);
         rig.hardware->addProcess(999, true);  // someone else
     }
-    auto capture = rig.make(c.systemAudio ? TapTarget::systemAudio() : TapTarget::process(kPlayerPID), c.mute);
+    auto capture = rig.make(system ? TapTarget::systemAudio()
+                                   : TapTarget::process(c.setup & kStranger ? 777 : kPlayerPID),
+                            mute);
     auto started = capture->start();
     if (!c.error.empty()) {
         ASSERT_FALSE(started);
         EXPECT_EQ(started.error()->localizedDescription(), c.error);
         rig.expectNothingLeft(c.name);
-        EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createProcessTap), 0u) << "nothing created";
+        EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createProcessTap), 0u)
+            << "nothing created";
         return;
     }
     ASSERT_TRUE(started) << started.error()->localizedDescription();
     ASSERT_EQ(rig.hardware->taps().size(), 1u);
     const TapDescription tap = *rig.hardware->tapDescription(rig.hardware->taps()[0]);
-    EXPECT_EQ(tap.isExclusive, c.isExclusive);
+    EXPECT_EQ(tap.isExclusive, system) << "system audio is everything but what it excludes";
     EXPECT_TRUE(tap.isMixdown);
     EXPECT_FALSE(tap.isMono);
     EXPECT_EQ(tap.bundleIDs, c.bundleIDs);
     EXPECT_EQ(tap.processes.size(), c.processCount);
     EXPECT_EQ(tap.name, "BrightwaveRecord Tap");
     EXPECT_TRUE(tap.isPrivate);
-    EXPECT_EQ(tap.muteBehavior, c.mute ? TapDescription::MuteBehavior::mutedWhenTapped
-                                       : TapDescription::MuteBehavior::unmuted);
+    EXPECT_EQ(tap.muteBehavior, mute ? TapDescription::MuteBehavior::mutedWhenTapped
+                                     : TapDescription::MuteBehavior::unmuted);
     EXPECT_EQ(tap.uuidString.size(), 36u);
 
     ASSERT_EQ(rig.hardware->aggregateDevices().size(), 1u);
@@ -115,8 +132,10 @@ TEST_P(TapDescriptionTest, DescribesTheTapForEachWayTheTargetResolves) {
     EXPECT_TRUE(device.isPrivate);
     EXPECT_FALSE(device.isStacked);
     EXPECT_TRUE(device.tapAutoStart);
-    EXPECT_EQ(device.subDevices, (std::vector<AggregateDeviceDescription::SubDevice>{{"speakers.uid"}}));
-    EXPECT_EQ(device.taps, (std::vector<AggregateDeviceDescription::SubTap>{{true, tap.uuidString}}));
+    EXPECT_EQ(device.subDevices,
+              (std::vector<AggregateDeviceDescription::SubDevice>{{"speakers.uid"}}));
+    EXPECT_EQ(device.taps,
+              (std::vector<AggregateDeviceDescription::SubTap>{{true, tap.uuidString}}));
     EXPECT_EQ(rig.hardware->runningIOProcCount(rig.hardware->aggregateDevices()[0]), 1u);
     capture->stop();
     rig.expectNothingLeft("after stop");
@@ -124,38 +143,30 @@ TEST_P(TapDescriptionTest, DescribesTheTapForEachWayTheTargetResolves) {
               rig.hardware->callCount(HardwareOperation::createIOProcID));
 }
 
+const std::string kNoFeedbackGuard =
+    "Audio system error 560947818 during identify BrightwaveRecord for feedback prevention";
+const std::string kNotPlayed =
+    " has not played any audio yet. Start playback in it, then record again.";
+
 INSTANTIATE_TEST_SUITE_P(
     Targets, TapDescriptionTest,
-    ::testing::Values(
-        DescriptionCase{"SystemExcludesOwnProcess", true, false, true, false, false, true, {}, 1, ""},
-        DescriptionCase{"SystemWithBundleTapsAddsOwnBundleID", true, true, true, false, true, true,
-                        {"com.tallowfields.BrightwaveRecord"}, 1, ""},
-        DescriptionCase{"SystemWithoutOwnObjectNeedsBundleTaps", true, false, false, false, false,
-                        true, {}, 0,
-                        "Audio system error 560947818 during identify BrightwaveRecord for feedback prevention"},
-        DescriptionCase{"SystemWithoutOwnObjectByBundleID", true, true, false, false, false, true,
-                        {"com.tallowfields.BrightwaveRecord"}, 0, ""},
-        DescriptionCase{"AppWithItsHelper", false, false, false, true, true, false, {}, 2, ""},
-        DescriptionCase{"AppThatNeverPlayedWaitsByBundleID", false, true, false, false, false,
-                        false, {"org.example.Player"}, 0, ""},
-        DescriptionCase{"AppThatNeverPlayedFails", false, false, false, false, false, false, {}, 0,
-                        "Player has not played any audio yet. Start playback in it, then record again."}),
+    ::testing::ValuesIn(std::vector<DescriptionCase>{
+        {"SystemExcludesOwnProcess", kSystem | kOwn, {}, 1},
+        {"SystemByBundleIDAddsOwn", kSystem | kByBundle | kOwn | kMute, {kOwnBundleID}, 1},
+        {"SystemWithoutOwnObjectNeedsBundleTaps", kSystem, {}, 0, kNoFeedbackGuard},
+        {"SystemWithoutOwnObjectByBundleID", kSystem | kByBundle, {kOwnBundleID}, 0},
+        {"AppWithItsHelper", kPlayed | kMute, {}, 2},
+        {"AppThatNeverPlayedWaitsByBundleID", kByBundle, {"org.example.Player"}, 0},
+        {"AppThatNeverPlayedFails", 0, {}, 0, "Player" + kNotPlayed},
+        {"AnUnknownProcessIsNamedByItsPid", kStranger, {}, 0, "PID 777" + kNotPlayed}}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(ProcessTapCaptureTest, AnUnknownProcessWithoutObjectFailsWithItsPid) {
-    TapRig rig;
-    auto started = rig.make(TapTarget::process(777))->start();
-    ASSERT_FALSE(started);
-    EXPECT_EQ(started.error()->localizedDescription(),
-              "PID 777 has not played any audio yet. Start playback in it, then record again.");
-}
 
 struct FailureStep {
     const char* name;
     HardwareOperation operation;
     std::optional<AudioObjectPropertySelector> selector;
     OSStatus status;
-    std::string expected;
+    std::string during;  // what the error names
     friend void PrintTo(const FailureStep& c, std::ostream* os) { *os << c.name; }
 };
 
@@ -164,12 +175,12 @@ class TapStartFailureTest : public ::testing::TestWithParam<FailureStep> {};
 TEST_P(TapStartFailureTest, EachFailingStepLeavesNothingBehindAndAStartCanFollow) {
     const FailureStep& c = GetParam();
     TapRig rig;
-    rig.hardware->addProcess(kPlayerPID, true);
-    auto capture = rig.make(TapTarget::process(kPlayerPID));
+    auto capture = rig.player();
     rig.hardware->failNext(c.operation, c.status, c.selector);
     auto started = capture->start();
     ASSERT_FALSE(started);
-    EXPECT_EQ(started.error()->localizedDescription(), c.expected);
+    EXPECT_EQ(started.error()->localizedDescription(),
+              "Audio system error " + std::to_string(c.status) + " during " + c.during);
     rig.expectNothingLeft(c.name);
     EXPECT_EQ(rig.hardware->callCount(HardwareOperation::createIOProcID),
               rig.hardware->callCount(HardwareOperation::destroyIOProcID) +
@@ -180,34 +191,28 @@ TEST_P(TapStartFailureTest, EachFailingStepLeavesNothingBehindAndAStartCanFollow
     capture->stop();
 }
 
+using Op = HardwareOperation;
+
 INSTANTIATE_TEST_SUITE_P(
     Steps, TapStartFailureTest,
-    ::testing::Values(
-        FailureStep{"CreateTap", HardwareOperation::createProcessTap, {}, 2003332927,
-                    "Audio system error 2003332927 during create process tap"},
-        FailureStep{"TapFormat", HardwareOperation::getPropertyData, kAudioTapPropertyFormat, -1,
-                    "Audio system error -1 during get property 1952869748"},
-        FailureStep{"DefaultOutput", HardwareOperation::getPropertyData,
-                    kAudioHardwarePropertyDefaultOutputDevice, 560947818,
-                    "Audio system error 560947818 during get property 1682929012"},
-        FailureStep{"OutputUID", HardwareOperation::getPropertyData, kAudioDevicePropertyDeviceUID, -2,
-                    "Audio system error -2 during get string property 1969841184"},
-        FailureStep{"Aggregate", HardwareOperation::createAggregateDevice, {}, -3,
-                    "Audio system error -3 during create aggregate device"},
-        FailureStep{"DeviceRate", HardwareOperation::getPropertyData,
-                    kAudioDevicePropertyNominalSampleRate, -4,
-                    "Audio system error -4 during get property 1853059700"},
-        FailureStep{"IOProc", HardwareOperation::createIOProcID, {}, -5,
-                    "Audio system error -5 during create IO proc"},
-        FailureStep{"DeviceStart", HardwareOperation::deviceStart, {}, -6,
-                    "Audio system error -6 during start aggregate device"}),
+    ::testing::ValuesIn(std::vector<FailureStep>{
+        {"CreateTap", Op::createProcessTap, {}, 2003332927, "create process tap"},
+        {"TapFormat", Op::getPropertyData, kAudioTapPropertyFormat, -1, "get property 1952869748"},
+        {"DefaultOutput", Op::getPropertyData, kAudioHardwarePropertyDefaultOutputDevice, 560947818,
+         "get property 1682929012"},
+        {"OutputUID", Op::getPropertyData, kAudioDevicePropertyDeviceUID, -2,
+         "get string property 1969841184"},
+        {"Aggregate", Op::createAggregateDevice, {}, -3, "create aggregate device"},
+        {"DeviceRate", Op::getPropertyData, kAudioDevicePropertyNominalSampleRate, -4,
+         "get property 1853059700"},
+        {"IOProc", Op::createIOProcID, {}, -5, "create IO proc"},
+        {"DeviceStart", Op::deviceStart, {}, -6, "start aggregate device"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ProcessTapCaptureTest, ATapOfSixteenBitIntegersIsRefusedAndDestroyed) {
     TapRig rig;
-    rig.hardware->addProcess(kPlayerPID, true);
     rig.hardware->setTapFormat(FakeHardware::int16Format(48000, 2));
-    auto started = rig.make(TapTarget::process(kPlayerPID))->start();
+    auto started = rig.player()->start();
     ASSERT_FALSE(started);
     EXPECT_EQ(started.error()->localizedDescription(),
               "Audio system error 1970171760 during unsupported tap format");
@@ -217,8 +222,7 @@ TEST(ProcessTapCaptureTest, ATapOfSixteenBitIntegersIsRefusedAndDestroyed) {
 
 TEST(ProcessTapCaptureTest, StartingTwiceAndStoppingANewCaptureMakeNoHardwareCall) {
     TapRig rig;
-    rig.hardware->addProcess(kPlayerPID, true);
-    auto fresh = rig.make(TapTarget::process(kPlayerPID));
+    auto fresh = rig.player();
     rig.hardware->clearCalls();
     fresh->stop();
     EXPECT_TRUE(rig.hardware->calls().empty());
@@ -235,13 +239,13 @@ TEST(ProcessTapCaptureTest, TheDevicesClockDecidesTheRate) {
     };
     for (const auto& c : std::vector<Case>{{0, 48000}, {44100, 44100}, {48000, 48000}}) {
         TapRig rig;
-        rig.hardware->addProcess(kPlayerPID, true);
         rig.hardware->setTapFormat(FakeHardware::floatFormat(48000, 2, true));
         rig.hardware->setAggregateSampleRate(c.deviceRate);
-        auto capture = rig.make(TapTarget::process(kPlayerPID));
+        auto capture = rig.player();
         ASSERT_TRUE(capture->start());
         EXPECT_EQ(capture->tapFormat()->sampleRate(), c.expectedRate);
-        EXPECT_TRUE(capture->tapFormat()->isInterleaved()) << "the rest of the tap's layout is kept";
+        EXPECT_TRUE(capture->tapFormat()->isInterleaved())
+            << "the rest of the tap's layout is kept";
         EXPECT_EQ(capture->format(), AudioFormat::standard(c.expectedRate, 2));
     }
 }
@@ -251,12 +255,11 @@ TEST(ProcessTapCaptureTest, CyclesOfEveryLayoutArriveAsTheSameSeparateChannels) 
         std::uint32_t channels;
         bool interleaved;
     };
-    std::map<std::uint32_t, std::vector<std::vector<float>>> reference;
     for (const auto& layout : std::vector<Layout>{{2, false}, {2, true}, {3, false}, {3, true}}) {
         TapRig rig;
-        rig.hardware->addProcess(kPlayerPID, true);
-        rig.hardware->setTapFormat(FakeHardware::floatFormat(48000, layout.channels, layout.interleaved));
-        auto capture = rig.make(TapTarget::process(kPlayerPID));
+        rig.hardware->setTapFormat(
+            FakeHardware::floatFormat(48000, layout.channels, layout.interleaved));
+        auto capture = rig.player();
         ASSERT_TRUE(capture->start());
         std::vector<std::vector<float>> input(layout.channels);
         for (std::uint32_t c = 0; c < layout.channels; ++c) {
@@ -273,7 +276,8 @@ TEST(ProcessTapCaptureTest, CyclesOfEveryLayoutArriveAsTheSameSeparateChannels) 
             }
         });
         rig.hardware->runIOCycle(capture->aggregateID(), 256, input);
-        EXPECT_EQ(received, input) << layout.channels << (layout.interleaved ? " interleaved" : " planar");
+        EXPECT_EQ(received, input)
+            << layout.channels << (layout.interleaved ? " interleaved" : " planar");
         capture->setBufferHandler(nullptr);
         received.clear();
         rig.hardware->runIOCycle(capture->aggregateID(), 256, input);
@@ -293,12 +297,13 @@ TEST(ProcessTapCaptureTest, FollowsTheApplicationsHelpersAndWritesOnlyRealChange
     rig.workspace->setParent(101, kPlayerPID);
     const AudioObjectID helper = rig.hardware->addProcess(101, true);
     ASSERT_TRUE(TapRig::eventually([&] { return capture->currentMemberObjects().size() == 2; }));
-    EXPECT_EQ(rig.hardware->tapDescription(tap)->processes, (std::vector<AudioObjectID>{player, helper}));
+    EXPECT_EQ(rig.hardware->tapDescription(tap)->processes,
+              (std::vector<AudioObjectID>{player, helper}));
     EXPECT_EQ(writes(), 1u);
 
     // Someone else's process: the list changes, the members don't; no write.
     rig.hardware->addProcess(555, true);
-    rig.hardware->notifyPropertyChanged(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList, kAudioObjectPropertyScopeGlobal, 0});
+    rig.hardware->notifyPropertyChanged(kAudioObjectSystemObject, kProcessList);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(writes(), 1u);
 
@@ -307,7 +312,7 @@ TEST(ProcessTapCaptureTest, FollowsTheApplicationsHelpersAndWritesOnlyRealChange
     rig.hardware->removeProcess(helper);
     ASSERT_TRUE(TapRig::eventually([&] { return writes() == 2; }));
     EXPECT_EQ(capture->currentMemberObjects(), (std::vector<AudioObjectID>{player, helper}));
-    rig.hardware->notifyPropertyChanged(kAudioObjectSystemObject, {kAudioHardwarePropertyProcessObjectList, kAudioObjectPropertyScopeGlobal, 0});
+    rig.hardware->notifyPropertyChanged(kAudioObjectSystemObject, kProcessList);
     ASSERT_TRUE(TapRig::eventually([&] { return capture->currentMemberObjects().size() == 1; }));
     EXPECT_EQ(writes(), 3u);
 
@@ -324,28 +329,21 @@ TEST(ProcessTapCaptureTest, FollowsTheApplicationsHelpersAndWritesOnlyRealChange
 
 TEST(ProcessTapCaptureTest, AnOverloadOfItsDeviceIsReportedOncePerStart) {
     TapRig rig;
-    rig.hardware->addProcess(kPlayerPID, true);
-    auto capture = rig.make(TapTarget::process(kPlayerPID));
-    std::vector<std::string> reports;
-    std::mutex reportsLock;
+    auto capture = rig.player();
+    test::EventCounter reports;
     capture->setFailureHandler([&](const std::string& message) {
-        std::lock_guard guard(reportsLock);
-        reports.push_back(message);
+        EXPECT_EQ(message, "Recording stopped because audio capture could not keep up.");
+        reports.signal();
     });
-    auto count = [&] {
-        std::lock_guard guard(reportsLock);
-        return reports.size();
-    };
     const AudioObjectPropertyAddress overload{kAudioDeviceProcessorOverload,
                                               kAudioObjectPropertyScopeGlobal, 0};
     for (int start = 1; start <= 2; ++start) {
         ASSERT_TRUE(capture->start());
         rig.hardware->notifyPropertyChanged(capture->aggregateID(), overload);
         rig.hardware->notifyPropertyChanged(capture->aggregateID(), overload);
-        ASSERT_TRUE(TapRig::eventually([&] { return count() == std::size_t(start); }));
+        ASSERT_TRUE(reports.waitFor(start));
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_EQ(count(), std::size_t(start));
-        EXPECT_EQ(reports.back(), "Recording stopped because audio capture could not keep up.");
+        EXPECT_EQ(reports.count(), start);
         const AudioObjectID aggregate = capture->aggregateID();
         capture->stop();
         EXPECT_EQ(rig.hardware->listenerCount(aggregate, kAudioDeviceProcessorOverload), 0u);
@@ -356,12 +354,11 @@ TEST(ProcessTapCaptureTest, AnOverloadOfItsDeviceIsReportedOncePerStart) {
 class RelaunchTest : public ::testing::TestWithParam<bool> {};
 
 TEST_P(RelaunchTest, TheTapFollowsANewProcessOfTheSameApplicationOnly) {
-    const bool hasBundleID = GetParam();
+    const auto bundleID =
+        GetParam() ? std::optional<std::string>("org.example.Player") : std::nullopt;
     TapRig rig;
     rig.workspace->addApplication({7, "org.example.Notes", "Notes", true, ""});
-    rig.workspace->addApplication(
-        {kPlayerPID, hasBundleID ? std::optional<std::string>("org.example.Player") : std::nullopt,
-         "Player", true, ""});
+    rig.workspace->addApplication({kPlayerPID, bundleID, "Player", true, ""});
     const AudioObjectID first = rig.hardware->addProcess(kPlayerPID, true);
     auto capture = rig.make(TapTarget::process(kPlayerPID));
     ASSERT_TRUE(capture->start());
@@ -370,13 +367,11 @@ TEST_P(RelaunchTest, TheTapFollowsANewProcessOfTheSameApplicationOnly) {
     rig.hardware->addProcess(7, true);  // another application playing meanwhile
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(capture->currentMemberObjects(), std::vector<AudioObjectID>{first});
-    rig.workspace->addApplication(
-        {300, hasBundleID ? std::optional<std::string>("org.example.Player") : std::nullopt,
-         "Player", true, ""});
+    rig.workspace->addApplication({300, bundleID, "Player", true, ""});
     rig.workspace->setParent(301, 300);
     const AudioObjectID relaunched = rig.hardware->addProcess(300, true);
     const AudioObjectID helper = rig.hardware->addProcess(301, true);
-    const std::vector<AudioObjectID> expected = hasBundleID
+    const std::vector<AudioObjectID> expected = bundleID
                                                     ? std::vector<AudioObjectID>{relaunched, helper}
                                                     : std::vector<AudioObjectID>{first};
     TapRig::eventually([&] { return capture->currentMemberObjects() == expected; });
@@ -387,7 +382,6 @@ TEST_P(RelaunchTest, TheTapFollowsANewProcessOfTheSameApplicationOnly) {
 
 INSTANTIATE_TEST_SUITE_P(BundleID, RelaunchTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "Known" : "Unknown"; });
-
 
 TEST(ProcessTapCaptureTest, ATapWaitingByBundleIDTakesTheFirstProcessesThatAppear) {
     TapRig rig;
