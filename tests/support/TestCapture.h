@@ -51,7 +51,6 @@ public:
     }
     void stop() override {
         std::lock_guard guard(lock_);
-        ++stopCalls_;
         started_ = false;
     }
 
@@ -69,10 +68,6 @@ public:
         return true;
     }
 
-    int stopCalls() const {
-        std::lock_guard guard(lock_);
-        return stopCalls_;
-    }
     const AudioFormat& declaredFormat() const { return format_; }
 
 private:
@@ -82,7 +77,6 @@ private:
     BufferHandler handler_;
     FailureCallback failureHandler_;
     bool started_ = false;
-    int stopCalls_ = 0;
 };
 
 /// Hands out prepared captures by source id and remembers how it was asked.
