@@ -83,26 +83,20 @@ TEST_P(MicrophoneStartFailureTest, FailsWithItsReasonAndLeavesNoTap) {
     }
 }
 
+const std::string kNotFound = "Audio system error 560227702 during input device not found";
+
 INSTANTIATE_TEST_SUITE_P(
     Cases, MicrophoneStartFailureTest,
-    ::testing::Values(MicFailure{"NotAttached",
-                                 "gone",
-                                 48000,
-                                 {},
-                                 "Audio system error 560227702 during input device not found"},
-                      MicFailure{"FilteredOut",
-                                 "BrightwaveRecord-x",
-                                 48000,
-                                 {},
-                                 "Audio system error 560227702 during input device not found"},
-                      MicFailure{
-                          "NoRate",
-                          "mic",
-                          0,
-                          {},
-                          "Audio system error 560227702 during input device has no usable format"},
-                      MicFailure{"EngineWontStart", "mic", 48000, HardwareOperation::deviceStart,
-                                 "The audio input device could not be started"}),
+    ::testing::ValuesIn(std::vector<MicFailure>{
+        {"NotAttached", "gone", 48000, {}, kNotFound},
+        {"FilteredOut", "BrightwaveRecord-x", 48000, {}, kNotFound},
+        {"NoRate",
+         "mic",
+         0,
+         {},
+         "Audio system error 560227702 during input device has no usable format"},
+        {"EngineWontStart", "mic", 48000, HardwareOperation::deviceStart,
+         "The audio input device could not be started"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(MicrophoneCaptureTest, StartingTwiceTapsOnceAndStoppingANewCaptureDoesNothing) {

@@ -484,11 +484,7 @@ TEST_F(LiveRecording, MicrophoneAndTwoApplicationsMixAtTheirVolumesAndEachHasIts
         std::string fileName;  // of its own file
     };
     const std::vector<Part> parts = {
-        {std::string("mic:") + kMicrophone,
-         server->mic880,
-         {0, 1},
-         0.8,
-         "mic-and-apps – bw_microphone.wav"},
+        {"mic:bw_microphone", server->mic880, {0, 1}, 0.8, "mic-and-apps – bw_microphone.wav"},
         {appSource(app), server->tone440, {0, 1}, 0.5, "mic-and-apps – pw-play.wav"},
         {appSource(clicker), server->clicks660, {1}, 1.25, "mic-and-apps – pw-play (2).wav"},
     };
