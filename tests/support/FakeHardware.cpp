@@ -1,5 +1,7 @@
 #include "tests/support/FakeHardware.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -115,6 +117,11 @@ public:
         : channels_(format.mChannelsPerFrame),
           frames_(frames),
           interleaved_((format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) == 0) {
+        // A format that says otherwise would have the product read these buffers wrongly.
+        EXPECT_TRUE((format.mFormatFlags & kAudioFormatFlagIsFloat) &&
+                    format.mBitsPerChannel == 32 &&
+                    format.mBytesPerFrame == (interleaved_ ? 4 * channels_ : 4))
+            << "an IO cycle needs 32-bit float samples in the layout the format gives";
         const std::uint32_t count = interleaved_ ? 1 : channels_;
         const std::uint32_t perBuffer = interleaved_ ? channels_ : 1;
         storage_.assign(count, std::vector<float>(std::size_t(frames) * perBuffer, 0.0f));
@@ -404,7 +411,7 @@ struct FakeHardware::State {
             lock.unlock();
             std::weak_ptr<Core> weak = core;
             for (auto& announcement : announcements) {
-                auto queue = std::move(announcement.queue);
+                auto queue = announcement.queue;
                 queue->async([weak, a = std::move(announcement)] {
                     auto strong = weak.lock();
                     if (!strong) {
@@ -416,6 +423,9 @@ struct FakeHardware::State {
                             return;
                         }
                     }
+                    // Every test on this fake checks that listeners run where the product
+                    // asked them to.
+                    EXPECT_TRUE(a.queue->isCurrent()) << "a listener ran off its queue";
                     (*a.listener)(1, &a.address);
                 });
             }

@@ -25,8 +25,12 @@ void* allocate(std::size_t size) {
 }
 }  // namespace
 
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
+void* operator new(std::size_t size) {
+    return allocate(size);
+}
+void* operator new[](std::size_t size) {
+    return allocate(size);
+}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     try {
         return allocate(size);
@@ -37,17 +41,31 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
     return operator new(size, tag);
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 namespace bw {
 namespace {
 
 TEST(RenderRealtimeTest, RenderCycleAllocatesNothingWithPlayersResamplingGainAndATap) {
     test::GraphRig rig;
-    rig.hardware->setCycleObserver([](bool entering) { tCountAllocations = entering; });
+    // The counting must bracket every cycle, entered and left on the block's own thread.
+    int entered = 0, unpaired = 0;
+    rig.hardware->setCycleObserver([&](bool entering) {
+        unpaired += tCountAllocations == entering;
+        tCountAllocations = entering;
+        entered += entering;
+    });
     const auto canonical = *AudioFormat::standard(48000, 2);
     auto recordMixer = std::make_shared<AudioMixerNode>();
     rig.engine->attach(recordMixer);
@@ -63,19 +81,18 @@ TEST(RenderRealtimeTest, RenderCycleAllocatesNothingWithPlayersResamplingGainAnd
         ASSERT_TRUE(rig.engine->connect(gain, recordMixer, format));
         gain->setGlobalGain(3.0f);
         player->setVolume(0.7f);
-        std::vector<std::vector<float>> data(channels, test::sine(500, rate, std::size_t(rate / 10)));
+        std::vector<std::vector<float>> data(channels,
+                                             test::sine(500, rate, std::size_t(rate / 10)));
         for (int i = 0; i < 20; ++i) {
-            ASSERT_TRUE(player->scheduleBuffer(test::makeBuffer(rate, data),
-                                               AudioPlayerNode::CompletionCallbackType::dataPlayedBack,
-                                               [] {}));
+            ASSERT_TRUE(player->scheduleBuffer(
+                test::makeBuffer(rate, data),
+                AudioPlayerNode::CompletionCallbackType::dataPlayedBack, [] {}));
         }
         players.push_back(player);
     }
     test::EventCounter tapped;
-    ASSERT_TRUE(recordMixer->installTap(0, 4096, canonical,
-                                        [&](std::shared_ptr<PCMBuffer>, AudioTimeStamp) {
-                                            tapped.signal();
-                                        }));
+    ASSERT_TRUE(recordMixer->installTap(
+        0, 4096, canonical, [&](std::shared_ptr<PCMBuffer>, AudioTimeStamp) { tapped.signal(); }));
     ASSERT_TRUE(rig.engine->start());
     for (auto& player : players) {
         player->play();
@@ -86,6 +103,8 @@ TEST(RenderRealtimeTest, RenderCycleAllocatesNothingWithPlayersResamplingGainAnd
     }
     EXPECT_TRUE(tapped.waitFor(20));
     EXPECT_EQ(gAllocationsInCycles.load(), 0);
+    EXPECT_EQ(entered, 48000 * 2 / 512);
+    EXPECT_EQ(unpaired, 0);
     recordMixer->removeTap(0);
     rig.engine->stop();
 }
