@@ -196,7 +196,6 @@ struct Core {
     AudioStreamBasicDescription tapFormat = FakeHardware::floatFormat(48000, 2);
     double aggregateRate = 48000;
     bool bundleIDTaps = false;
-    std::function<void(bool)> cycleObserver;
 
     AudioObjectID nextObject = 100;
     AudioDeviceIOProcID nextProc = 1;
@@ -742,7 +741,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
     std::optional<AudioStreamBasicDescription> inputFormat;
     std::optional<AudioStreamBasicDescription> outputFormat;
     std::vector<std::shared_ptr<IOProc>> procs;
-    std::function<void(bool)> observer;
     AudioTimeStamp now;
     {
         std::lock_guard lock(core.mutex);
@@ -756,7 +754,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
                 procs.push_back(proc);
             }
         }
-        observer = core.cycleObserver;
         double& sampleTime = core.sampleTimes[device];
         now.mSampleTime = sampleTime;
         sampleTime += frames;
@@ -792,13 +789,7 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
                     return;
                 }
             }
-            if (observer) {
-                observer(true);
-            }
             (*proc.block)(&now, inputList, &inputTime, outputList, &outputTime);
-            if (observer) {
-                observer(false);
-            }
         };
         if (proc.queue) {
             proc.queue->sync(cycle);
@@ -815,10 +806,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
         }
     }
     return output;
-}
-
-void FakeHardware::setCycleObserver(std::function<void(bool entering)> observer) {
-    state_->locked([&](Core& core) { core.cycleObserver = std::move(observer); });
 }
 
 // ---- AudioHardware -----------------------------------------------------------------------------
