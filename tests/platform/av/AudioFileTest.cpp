@@ -288,14 +288,12 @@ INSTANTIATE_TEST_SUITE_P(Formats, AudioFileFormatTest,
 
 // --- PCM bytes on disk --------------------------------------------------------------------------
 
+// The container's own signature and codec are the format test's; here, the samples' bytes.
 struct PcmLayoutCase {
     const char* name;
     const char* fileName;
     bool bigEndian;
-    const char* form;       // "RIFF" or "FORM"
-    const char* formType;   // "WAVE" or "AIFF"
     const char* dataChunk;  // "data" or "SSND"
-    const char* codec;
 };
 
 void PrintTo(const PcmLayoutCase& c, std::ostream* os) {
@@ -365,14 +363,7 @@ TEST_P(AudioFilePcmLayoutTest, StoresRoundedClippedSamplesInTheContainersByteOrd
     writeAll(*file, source, {n}, false);
     ASSERT_TRUE(file->close());
 
-    const auto decoded = decodeAudioFile(path);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->codecName, layout.codec);
-
     const std::string bytes = readBytes(path);
-    ASSERT_GE(bytes.size(), 12u);
-    EXPECT_EQ(bytes.substr(0, 4), layout.form);
-    EXPECT_EQ(bytes.substr(8, 4), layout.formType);
     const std::size_t first = firstSampleOffset(bytes, layout);
     ASSERT_NE(first, std::string::npos) << "no " << layout.dataChunk << " chunk";
     ASSERT_GE(bytes.size(), first + n * 4);
@@ -389,13 +380,11 @@ TEST_P(AudioFilePcmLayoutTest, StoresRoundedClippedSamplesInTheContainersByteOrd
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Containers, AudioFilePcmLayoutTest,
-    ::testing::Values(PcmLayoutCase{"wav", "take.wav", false, "RIFF", "WAVE", "data", "pcm_s16le"},
-                      PcmLayoutCase{"aiff", "take.aiff", true, "FORM", "AIFF", "SSND", "pcm_s16be"},
-                      PcmLayoutCase{"aifUpperCase", "take.AIF", true, "FORM", "AIFF", "SSND",
-                                    "pcm_s16be"}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Containers, AudioFilePcmLayoutTest,
+                         ::testing::Values(PcmLayoutCase{"wav", "take.wav", false, "data"},
+                                           PcmLayoutCase{"aiff", "take.aiff", true, "SSND"},
+                                           PcmLayoutCase{"aifUpperCase", "take.AIF", true, "SSND"}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // --- Refusals at creation -----------------------------------------------------------------------
 
