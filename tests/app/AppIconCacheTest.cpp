@@ -6,28 +6,23 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 
 #include "app/IconThemeLookup.h"
+#include "tests/app/FakeTapProbe.h"
 #include "tests/app/QtTestSupport.h"
 
 namespace bw::test {
 namespace {
 
 /// Icons whose colour encodes the pid; a pid below 0 has no icon. Counts loads; can hold them.
-struct FakeIcons {
-    std::mutex lock;
-    std::condition_variable opened;
-    bool held = false;
+struct FakeIcons : Gate {
     std::atomic<int> loads{0};
     std::atomic<bool> iconsExist{true};
 
     AppIconCache::Loader loader() {
         return [this](std::int32_t pid) -> std::optional<QImage> {
             ++loads;
-            std::unique_lock guard(lock);
-            opened.wait(guard, [this] { return !held; });
+            pass();
             if (pid < 0 || !iconsExist) {
                 return std::nullopt;
             }
@@ -35,13 +30,6 @@ struct FakeIcons {
             image.fill(QColor::fromRgb(static_cast<QRgb>(pid)));
             return image;
         };
-    }
-    void release() {
-        {
-            std::lock_guard guard(lock);
-            held = false;
-        }
-        opened.notify_all();
     }
 };
 
@@ -52,7 +40,7 @@ QRgb colourOf(const std::optional<QImage>& image) {
 TEST(AppIconCacheTest, CallsForOneKeyWhileItLoadsShareOneLoad) {
     FakeIcons icons;
     AppIconCache cache(icons.loader());
-    icons.held = true;
+    icons.hold();
     auto first = cache.icon("app:a|A", 7);
     auto second = cache.icon("app:a|A", 7);
     EXPECT_TRUE(cache.isLoading("app:a|A"));

@@ -2,7 +2,6 @@
 
 #include <QTemporaryDir>
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -10,11 +9,12 @@
 #include "app/SharedResult.h"
 #include "tests/app/FakeClock.h"
 #include "tests/app/FakeRecordingEngine.h"
+#include "tests/app/FakeTapProbe.h"
 
 namespace bw::test {
 
 /// Listings the test changes at will; a gate can hold them inside the work pool.
-class FakeListings {
+class FakeListings : public Gate {
 public:
     using Processes = std::vector<AudioProcessEnumerator::ProcessInfo>;
     using Devices = std::vector<AudioInputDeviceEnumerator::InputDevice>;
@@ -24,21 +24,10 @@ public:
         processes_ = std::move(processes);
         devices_ = std::move(devices);
     }
-    void hold() {
-        std::lock_guard guard(lock_);
-        held_ = true;
-    }
-    void release() {
-        {
-            std::lock_guard guard(lock_);
-            held_ = false;
-        }
-        opened_.notify_all();
-    }
     Processes processes() {
-        std::unique_lock guard(lock_);
         ++processCalls;
-        opened_.wait(guard, [this] { return !held_; });
+        pass();
+        std::lock_guard guard(lock_);
         return processes_;
     }
     Devices devices() {
@@ -49,8 +38,6 @@ public:
 
 private:
     std::mutex lock_;
-    std::condition_variable opened_;
-    bool held_ = false;
     Processes processes_;
     Devices devices_;
 };

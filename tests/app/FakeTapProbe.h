@@ -9,18 +9,9 @@
 
 namespace bw::test {
 
-/// A probe whose answer the test sets and that can be held inside an attempt.
-class FakeProbe : public SystemAudioTapProbe {
+/// Holds callers on other threads in `pass` while the test keeps it shut.
+class Gate {
 public:
-    Expected<void, ErrorRef> makeTap() override {
-        std::unique_lock guard(lock_);
-        ++attempts;
-        opened_.wait(guard, [this] { return !held_; });
-        if (grant) {
-            return {};
-        }
-        return Unexpected(makeError(CoreAudioError(-1, "create permission-check tap")));
-    }
     void hold() {
         std::lock_guard guard(lock_);
         held_ = true;
@@ -32,14 +23,31 @@ public:
         }
         opened_.notify_all();
     }
-
-    std::atomic<int> attempts{0};
-    std::atomic<bool> grant{false};
+    void pass() {
+        std::unique_lock guard(lock_);
+        opened_.wait(guard, [this] { return !held_; });
+    }
 
 private:
     std::mutex lock_;
     std::condition_variable opened_;
     bool held_ = false;
+};
+
+/// A probe whose answer the test sets and that can be held inside an attempt.
+class FakeProbe : public SystemAudioTapProbe, public Gate {
+public:
+    Expected<void, ErrorRef> makeTap() override {
+        ++attempts;
+        pass();
+        if (grant) {
+            return {};
+        }
+        return Unexpected(makeError(CoreAudioError(-1, "create permission-check tap")));
+    }
+
+    std::atomic<int> attempts{0};
+    std::atomic<bool> grant{false};
 };
 
 }  // namespace bw::test

@@ -74,18 +74,6 @@ TEST(OnboardingControllerTest, WithoutAnEarlierAttemptNothingIsProbedBeforeTheRe
     EXPECT_EQ(w.probe->attempts.load(), 1);
 }
 
-TEST(OnboardingControllerTest, AnEarlierAttemptGetsOneRecheckAtOnceWithoutRequesting) {
-    Walkthrough w(true);
-    w.probe->grant = true;
-    w.advance(3s);
-    EXPECT_EQ(w.probe->attempts.load(), 0);  // only the permission step probes
-    w.controller->setPermissionStepShown(true);
-    ASSERT_TRUE(w.waitForStatuses(1));
-    EXPECT_EQ(w.statuses, (std::vector<Status>{Status::granted}));
-    w.advance(9s);
-    EXPECT_EQ(w.probe->attempts.load(), 1);
-}
-
 TEST(OnboardingControllerTest, WhileDeniedOneAttemptEveryTwoSecondsAfterTheLastOneEnded) {
     Walkthrough w(true);
     w.controller->setPermissionStepShown(true);

@@ -1,5 +1,7 @@
 #include "tests/support/FakeHardware.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -115,6 +117,11 @@ public:
         : channels_(format.mChannelsPerFrame),
           frames_(frames),
           interleaved_((format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) == 0) {
+        // A format that says otherwise would have the product read these buffers wrongly.
+        EXPECT_TRUE((format.mFormatFlags & kAudioFormatFlagIsFloat) &&
+                    format.mBitsPerChannel == 32 &&
+                    format.mBytesPerFrame == (interleaved_ ? 4 * channels_ : 4))
+            << "an IO cycle needs 32-bit float samples in the layout the format gives";
         const std::uint32_t count = interleaved_ ? 1 : channels_;
         const std::uint32_t perBuffer = interleaved_ ? channels_ : 1;
         storage_.assign(count, std::vector<float>(std::size_t(frames) * perBuffer, 0.0f));
@@ -189,7 +196,6 @@ struct Core {
     AudioStreamBasicDescription tapFormat = FakeHardware::floatFormat(48000, 2);
     double aggregateRate = 48000;
     bool bundleIDTaps = false;
-    std::function<void(bool)> cycleObserver;
 
     AudioObjectID nextObject = 100;
     AudioDeviceIOProcID nextProc = 1;
@@ -404,7 +410,7 @@ struct FakeHardware::State {
             lock.unlock();
             std::weak_ptr<Core> weak = core;
             for (auto& announcement : announcements) {
-                auto queue = std::move(announcement.queue);
+                auto queue = announcement.queue;
                 queue->async([weak, a = std::move(announcement)] {
                     auto strong = weak.lock();
                     if (!strong) {
@@ -416,6 +422,9 @@ struct FakeHardware::State {
                             return;
                         }
                     }
+                    // Every test on this fake checks that listeners run where the product
+                    // asked them to.
+                    EXPECT_TRUE(a.queue->isCurrent()) << "a listener ran off its queue";
                     (*a.listener)(1, &a.address);
                 });
             }
@@ -732,7 +741,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
     std::optional<AudioStreamBasicDescription> inputFormat;
     std::optional<AudioStreamBasicDescription> outputFormat;
     std::vector<std::shared_ptr<IOProc>> procs;
-    std::function<void(bool)> observer;
     AudioTimeStamp now;
     {
         std::lock_guard lock(core.mutex);
@@ -746,7 +754,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
                 procs.push_back(proc);
             }
         }
-        observer = core.cycleObserver;
         double& sampleTime = core.sampleTimes[device];
         now.mSampleTime = sampleTime;
         sampleTime += frames;
@@ -782,13 +789,7 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
                     return;
                 }
             }
-            if (observer) {
-                observer(true);
-            }
             (*proc.block)(&now, inputList, &inputTime, outputList, &outputTime);
-            if (observer) {
-                observer(false);
-            }
         };
         if (proc.queue) {
             proc.queue->sync(cycle);
@@ -805,10 +806,6 @@ std::vector<std::vector<float>> FakeHardware::runIOCycle(
         }
     }
     return output;
-}
-
-void FakeHardware::setCycleObserver(std::function<void(bool entering)> observer) {
-    state_->locked([&](Core& core) { core.cycleObserver = std::move(observer); });
 }
 
 // ---- AudioHardware -----------------------------------------------------------------------------

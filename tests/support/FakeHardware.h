@@ -154,9 +154,6 @@ public:
     std::vector<std::vector<float>> runIOCycle(AudioObjectID device, std::uint32_t frames,
                                                const std::vector<std::vector<float>>& input = {});
 
-    /// Called on the cycle's thread right before (true) and right after (false) each IO block.
-    void setCycleObserver(std::function<void(bool entering)> observer);
-
     // AudioHardware.
     OSStatus getPropertyDataSize(AudioObjectID object, const AudioObjectPropertyAddress& address,
                                  std::uint32_t qualifierSize, const void* qualifier,

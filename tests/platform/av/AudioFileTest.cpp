@@ -288,14 +288,12 @@ INSTANTIATE_TEST_SUITE_P(Formats, AudioFileFormatTest,
 
 // --- PCM bytes on disk --------------------------------------------------------------------------
 
+// The container's own signature and codec are the format test's; here, the samples' bytes.
 struct PcmLayoutCase {
     const char* name;
     const char* fileName;
     bool bigEndian;
-    const char* form;       // "RIFF" or "FORM"
-    const char* formType;   // "WAVE" or "AIFF"
     const char* dataChunk;  // "data" or "SSND"
-    const char* codec;
 };
 
 void PrintTo(const PcmLayoutCase& c, std::ostream* os) {
@@ -365,14 +363,7 @@ TEST_P(AudioFilePcmLayoutTest, StoresRoundedClippedSamplesInTheContainersByteOrd
     writeAll(*file, source, {n}, false);
     ASSERT_TRUE(file->close());
 
-    const auto decoded = decodeAudioFile(path);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->codecName, layout.codec);
-
     const std::string bytes = readBytes(path);
-    ASSERT_GE(bytes.size(), 12u);
-    EXPECT_EQ(bytes.substr(0, 4), layout.form);
-    EXPECT_EQ(bytes.substr(8, 4), layout.formType);
     const std::size_t first = firstSampleOffset(bytes, layout);
     ASSERT_NE(first, std::string::npos) << "no " << layout.dataChunk << " chunk";
     ASSERT_GE(bytes.size(), first + n * 4);
@@ -389,13 +380,11 @@ TEST_P(AudioFilePcmLayoutTest, StoresRoundedClippedSamplesInTheContainersByteOrd
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Containers, AudioFilePcmLayoutTest,
-    ::testing::Values(PcmLayoutCase{"wav", "take.wav", false, "RIFF", "WAVE", "data", "pcm_s16le"},
-                      PcmLayoutCase{"aiff", "take.aiff", true, "FORM", "AIFF", "SSND", "pcm_s16be"},
-                      PcmLayoutCase{"aifUpperCase", "take.AIF", true, "FORM", "AIFF", "SSND",
-                                    "pcm_s16be"}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Containers, AudioFilePcmLayoutTest,
+                         ::testing::Values(PcmLayoutCase{"wav", "take.wav", false, "data"},
+                                           PcmLayoutCase{"aiff", "take.aiff", true, "SSND"},
+                                           PcmLayoutCase{"aifUpperCase", "take.AIF", true, "SSND"}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // --- Refusals at creation -----------------------------------------------------------------------
 
@@ -556,31 +545,11 @@ protected:
     fs::path path() const { return dir_ / (std::string("take") + GetParam().extension); }
 };
 
-// Over an old, longer file and without a close: the destructor finishes the new file.
-TEST_P(AudioFileLifecycleTest, ReplacesAnExistingFileAndIsCompleteWhenDestroyedWithoutClose) {
-    {
-        std::ofstream old(path(), std::ios::binary);
-        old << std::string(1 << 20, 'x');
-    }
-    const auto source = stereoTone(kToneFrames);
-    auto file = create(path(), GetParam());
-    ASSERT_TRUE(file);
-    writeAll(*file, source, {4096}, false);
-    file.reset();
-
-    EXPECT_LT(fs::file_size(path()), 1u << 20);
-    const auto decoded = decodeAudioFile(path());
-    ASSERT_TRUE(decoded);
-    ASSERT_EQ(decoded->channels, 2);
-    EXPECT_EQ(decoded->frames(), kToneFrames);
-    EXPECT_NEAR(levelDb(decoded->channelsData[0], kToneFrames / 6, kToneFrames * 5 / 6),
-                20 * std::log10(kLeftAmplitude), GetParam().levelToleranceDb);
-}
-
 // What a crash leaves plays up to a second before it, and the container says how long it is: a
 // WAV or AIFF header follows the data every second, an M4A's fragments last a second at most.
-// The file as it is on disk while being written is checked too, and once closed, the whole take.
-TEST_P(AudioFileLifecycleTest, PlaysWhileOpenAndAfterACrashUpToTheLastSecond) {
+// The file as it is on disk while being written is checked too, and once destroyed without a
+// close, the whole take, in place of an older and longer file.
+TEST_P(AudioFileLifecycleTest, PlaysWhileOpenAndAfterACrashUpToTheLastSecondAndWhenDestroyed) {
     const FrameCount total = 120000;  // 2.5 s
     const auto source = stereoTone(total);
     const fs::path crashed = dir_ / (std::string("crashed") + GetParam().extension);
@@ -597,6 +566,7 @@ TEST_P(AudioFileLifecycleTest, PlaysWhileOpenAndAfterACrashUpToTheLastSecond) {
             std::raise(SIGKILL);
         },
         ::testing::KilledBySignal(SIGKILL), "");
+    std::ofstream(path(), std::ios::binary) << std::string(1 << 20, 'x');
     auto file = writeTake(path());
     ASSERT_TRUE(file);
 
@@ -622,7 +592,8 @@ TEST_P(AudioFileLifecycleTest, PlaysWhileOpenAndAfterACrashUpToTheLastSecond) {
     // AAC's priming is only trimmed once the file is closed.
     expectPlays(crashed, 1.5, 2.55);
     expectPlays(path(), 1.5, 2.55);
-    ASSERT_TRUE(file->close());
+    file.reset();
+    EXPECT_LT(fs::file_size(path()), 1u << 20);
     expectPlays(path(), 2.5, 2.5);
 }
 
