@@ -181,8 +181,17 @@ TEST(ConsoleScreenshotsTest, LampsFadersAndMetersInEachOfTheirLooks) {
         meter->setLevel(level);
         meters.push_back(host.painted());
     }
-    EXPECT_TRUE(test::matchesScreenshot(sheet({lamps, faders, {test::paintedAlone(bar)}, meters}),
-                                        "console-widgets.png"));
+    // The timecode halfway through a roll from 0:00:00 to 0:00:01: only the last digit moves.
+    TimecodeLCDView lcd;
+    lcd.setClock(&clock);
+    lcd.resize(lcd.sizeHint());
+    lcd.show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(&lcd));
+    lcd.setFormattedElapsed("0:00:01");
+    clock.advance(milliseconds(150));
+    EXPECT_TRUE(test::matchesScreenshot(
+        sheet({lamps, faders, {test::paintedAlone(bar), test::paintedAlone(lcd)}, meters}),
+        "console-widgets.png"));
 }
 
 TEST(ConsoleScreenshotsTest, EverySymbolHasItsDrawing) {
