@@ -222,8 +222,8 @@ TEST(RecordButtonTest, TheGlowFollowsTheKeyWhereverItGoes) {
     // Whether red light falls 6 points left of the key, and the lit margin sits centred on it.
     const auto followed = [](test::Host& host, RecordButton& button) {
         const QRectF key = button.keyRect();
-        const QPointF point(key.left() - 6, key.center().y() + 2);
-        const bool lit = host.painted().pixelColor(host.at(button, point)).alpha() > 0;
+        const QPointF point = QPointF(button.pos()) + QPointF(key.left() - 6, key.center().y() + 2);
+        const bool lit = host.painted().pixelColor(point.toPoint()).alpha() > 0;
         for (const QWidget* sibling : host.surface.findChildren<QWidget*>()) {
             if (sibling != &button && sibling->geometry().center() != button.geometry().center()) {
                 return false;

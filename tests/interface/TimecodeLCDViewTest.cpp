@@ -8,45 +8,30 @@
 #include "interface/ManualConsoleClock.h"
 #include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
-#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
 
 using std::chrono::milliseconds;
 
-struct Rig {
-    ManualConsoleClock clock;
-    test::Host host{24};
-    TimecodeLCDView* lcd = host.hold(new TimecodeLCDView);
-
-    Rig() { lcd->setClock(&clock); }
-};
-
 // How the digits and their glow look, dim and lit, the console's pictures show; here: the glow
-// follows the recording, off again after it.
-TEST(TimecodeLCDViewTest, RecordingLightsTheDigitsAndTheGlow) {
-    Rig rig;
-    EXPECT_EQ(rig.lcd->formattedElapsed(), QString("0:00:00"));
-    EXPECT_EQ(rig.lcd->compactElapsed(), QString("00:00"));
-    for (const bool recording : {false, true, false}) {
-        rig.lcd->setRecording(recording);
-        EXPECT_EQ(rig.lcd->isGlowing(), recording);
-    }
-    // The widget is exactly the line of digits.
-    const QFontMetricsF metrics(Theme::timecodeFont());
-    EXPECT_EQ(rig.lcd->sizeHint().width(),
-              static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
-}
-
-TEST(TimecodeLCDViewTest, TheLongFormIsShownAndTheCompactOneSpoken) {
+// follows the recording, the widget is exactly its line of digits, and the compact form is spoken.
+TEST(TimecodeLCDViewTest, TheGlowFollowsTheRecordingAndTheCompactFormIsSpoken) {
     ManualConsoleClock clock;
     TimecodeLCDView lcd;
     lcd.setClock(&clock);
+    EXPECT_EQ(lcd.formattedElapsed(), QString("0:00:00"));
+    EXPECT_EQ(lcd.compactElapsed(), QString("00:00"));
+    for (const bool recording : {false, true, false}) {
+        lcd.setRecording(recording);
+        EXPECT_EQ(lcd.isGlowing(), recording);
+    }
+    const QFontMetricsF metrics(Theme::timecodeFont());
+    const int sevenCharacters = lcd.sizeHint().width();
+    EXPECT_EQ(sevenCharacters, static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
     auto* accessible = QAccessible::queryAccessibleInterface(&lcd);
     ASSERT_NE(accessible, nullptr);
     EXPECT_EQ(accessible->text(QAccessible::Name), QString("Elapsed time"));
-    const int sevenCharacters = lcd.sizeHint().width();
     lcd.setFormattedElapsed("0:12:34");
     lcd.setCompactElapsed("12:34");
     EXPECT_EQ(lcd.formattedElapsed(), "0:12:34");
