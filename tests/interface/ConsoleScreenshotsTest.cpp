@@ -194,16 +194,34 @@ TEST(ConsoleScreenshotsTest, LampsFadersAndMetersInEachOfTheirLooks) {
         "console-widgets.png"));
 }
 
+// Every symbol in a 96-point box, then one drawn into a wide box (square, centred, in its
+// colour), one as a pixmap at scale 2, and one through its icon.
 TEST(ConsoleScreenshotsTest, EverySymbolHasItsDrawing) {
-    std::vector<std::vector<QImage>> rows(3);
+    const auto canvas = [](QSize size) {
+        QImage image(size, QImage::Format_ARGB32);
+        image.fill(Qt::transparent);
+        return image;
+    };
+    std::vector<std::vector<QImage>> rows(4);
     const QStringList names = SymbolImages::names();
     for (int i = 0; i < names.size(); ++i) {
-        QImage image(96, 96, QImage::Format_ARGB32);
-        image.fill(Qt::transparent);
+        QImage image = canvas({96, 96});
         QPainter painter(&image);
-        SymbolImages::draw(painter, names[i], QRectF(0, 0, 96, 96), Qt::black);
+        EXPECT_TRUE(SymbolImages::draw(painter, names[i], QRectF(0, 0, 96, 96), Qt::black));
+        EXPECT_TRUE(SymbolImages::contains(names[i]));
         rows[i * 3 / names.size()].push_back(image);
     }
+    QImage wide = canvas({192, 96});
+    QPainter painter(&wide);
+    EXPECT_TRUE(SymbolImages::draw(painter, "stop.fill", QRectF(0, 0, 192, 96), Qt::red));
+    EXPECT_FALSE(SymbolImages::draw(painter, "no.such.symbol", QRectF(0, 0, 192, 96), Qt::red));
+    EXPECT_FALSE(SymbolImages::contains("no.such.symbol"));
+    EXPECT_TRUE(SymbolImages::path("no.such.symbol").isEmpty());
+    painter.end();
+    const QPixmap pixmap = SymbolImages::pixmap("headphones", QSize(48, 48), Qt::black, 2.0);
+    EXPECT_EQ(pixmap.deviceIndependentSize(), QSizeF(48, 48));
+    rows[3] = {wide, pixmap.toImage(),
+               SymbolImages::icon("folder", Qt::blue).pixmap(QSize(96, 96), 1.0).toImage()};
     EXPECT_TRUE(test::matchesScreenshot(sheet(rows), "symbols.png"));
 }
 
