@@ -7,8 +7,6 @@
 
 #include "interface/ChannelFader.h"
 #include "interface/ManualConsoleClock.h"
-#include "interface/Theme.h"
-#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
@@ -49,12 +47,10 @@ struct Rig {
     }
 };
 
-TEST(ChannelFaderTest, FrameIsTheTrackAndMarginsTakePresses) {
+// The frame at its size hint, the track inside it and the unity mark are the console-widget
+// picture's to judge; the clicks below land by the same measures.
+TEST(ChannelFaderTest, TheTrackFollowsTheFrameInsideItsMargins) {
     Rig rig;
-    EXPECT_EQ(rig.fader.sizeHint(), QSize(182, 26));
-    EXPECT_EQ(rig.fader.trackRect(), QRectF(6, 6, 170, 14));
-    EXPECT_EQ(rig.fader.faderSize(), QSizeF(170, 14));
-    EXPECT_NEAR(rig.fader.unityX(), 170.0 * 2 / 3, 1e-9);
     EXPECT_EQ(rig.fader.value(), 1.0f);
 
     rig.fader.resize(312, 30);
@@ -231,17 +227,11 @@ TEST(ChannelFaderTest, AccessibleValueIsTheTruncatedPercentage) {
 TEST(ChannelFaderTest, DisabledFaderIgnoresThePointerAndFadesButStillSteps) {
     Rig rig;
     rig.fader.setValue(0.5f);
-    const QImage enabled = test::paintedAlone(rig.fader);
     rig.fader.setEnabled(false);
     mouse(rig.fader, QEvent::MouseButtonPress, trackXFor(1.2));
     mouse(rig.fader, QEvent::MouseMove, trackXFor(1.3));
     EXPECT_EQ(rig.fader.value(), 0.5f);
     EXPECT_EQ(rig.edits.size(), 0);
-
-    const QImage disabled = test::paintedAlone(rig.fader);
-    const QPoint knob(static_cast<int>(6 + trackXFor(0.5)), 13);
-    EXPECT_EQ(enabled.pixelColor(knob).alpha(), 255);
-    EXPECT_NEAR(disabled.pixelColor(knob).alpha(), 128, 2);
 
     rig.fader.increment();
     EXPECT_NEAR(rig.fader.value(), 0.6f, 1e-6);
@@ -274,29 +264,6 @@ TEST(ChannelFaderTest, LevelComesFromTheSourceStreamOrTheGivenLevel) {
         rig.fader.setLevel(level);
         EXPECT_NEAR(rig.fader.levelWidth(), width, 1e-4) << level;
     }
-}
-
-TEST(ChannelFaderTest, PaintedTrackShowsLevelUpToUnityMarkAndKnob) {
-    Rig rig;
-    rig.fader.setValue(0.3f);
-    rig.fader.setLevel(1.4f);
-    const QImage image = test::paintedAlone(rig.fader);
-    const int y = 13;
-    const auto at = [&](double trackX) {
-        return image.pixelColor(static_cast<int>(6 + trackX), y);
-    };
-    // Level glow: accent at its start, signal red near the unity mark, nothing beyond.
-    EXPECT_GT(at(5).red(), at(5).blue());
-    EXPECT_GT(at(5).alpha(), 120);
-    EXPECT_TRUE(test::nearColor(at(rig.fader.unityX() - 3), Theme::signalRed(), 30));
-    EXPECT_LT(at(rig.fader.unityX() + 8).alpha(), 40);
-    // The unity mark stands above and below the track; the knob further still.
-    const int unity = static_cast<int>(6 + rig.fader.unityX());
-    EXPECT_GT(image.pixelColor(unity, 4).alpha(), 0);
-    EXPECT_EQ(image.pixelColor(unity, 1).alpha(), 0);
-    const int knob = static_cast<int>(std::lround(6 + trackXFor(0.3)));
-    EXPECT_EQ(image.pixelColor(knob, 13), QColor(Qt::white));
-    EXPECT_EQ(image.pixelColor(knob, 3), QColor(Qt::white));
 }
 
 }  // namespace

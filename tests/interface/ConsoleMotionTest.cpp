@@ -109,14 +109,6 @@ TEST(ThemeTest, EaseOutStartsFastAndEndsAtOne) {
     }
 }
 
-TEST(ThemeTest, SignalRedStandsOutOnThePanelAndFromALitLamp) {
-    const auto contrast = [](const QColor& a, const QColor& b) {
-        return std::abs(a.lightnessF() - b.lightnessF()) + std::abs(a.hueF() - b.hueF());
-    };
-    EXPECT_GT(Theme::signalRed().lightnessF(), Theme::consoleBottom().lightnessF() + 0.4);
-    EXPECT_GT(contrast(Theme::signalRed(), Theme::accent()), 0.04);
-}
-
 TEST(ManualConsoleClockTest, DeadlinesFireInOrderAtTheirTimeAndOnlyForLiveContexts) {
     ManualConsoleClock clock;
     const auto start = clock.now();

@@ -9,12 +9,10 @@
 #include <set>
 #include <thread>
 
-#include "interface/ConsoleSurface.h"
 #include "interface/GrainOverlay.h"
 #include "interface/GrainPixels.h"
 #include "interface/GrainTextureCache.h"
 #include "interface/SplitMix64.h"
-#include "interface/Theme.h"
 
 namespace bw {
 namespace {
@@ -296,38 +294,6 @@ TEST(GrainOverlayTest, ANewSizeReplacesTheAnswerOfTheOldOne) {
     overlay.updateSize({std::numeric_limits<double>::infinity(), 10}, 1);
     ASSERT_TRUE(changed.wait(5000));
     EXPECT_FALSE(overlay.texture());  // a failed size loses the old image
-}
-
-TEST(ConsoleSurfaceTest, PanelIsAGradientWithGrainAndTwoHairlines) {
-    GrainTextureCache cache;
-    ConsoleSurface surface(nullptr, &cache);
-    surface.resize(300, 120);
-    surface.grab();  // the first paint asks for the texture
-    ASSERT_TRUE(QTest::qWaitFor([&] { return surface.grain().texture().has_value(); }, 5000));
-    const QImage image = surface.grab().toImage();
-    EXPECT_EQ(surface.grain().currentKey(), QString("300.0x120.0@1.0"));
-    EXPECT_EQ(surface.grain().texture()->size(), QSize(300, 120));
-
-    // A row's darkest red is the panel without grain; the grain lightens some of its pixels.
-    const auto row = [&](int y) {
-        int darkest = 255;
-        int lighter = 0;
-        for (int x = 0; x < image.width(); ++x) {
-            darkest = std::min(darkest, qRed(image.pixel(x, y)));
-        }
-        for (int x = 0; x < image.width(); ++x) {
-            lighter += qRed(image.pixel(x, y)) > darkest;
-        }
-        return std::pair{darkest, lighter};
-    };
-    EXPECT_GT(row(60).second, 3);
-    EXPECT_LT(row(60).second, image.width() / 3);
-    // The gradient from top to bottom; a lit edge above, a shadowed edge below.
-    EXPECT_NEAR(row(1).first / 255.0, Theme::consoleTop().redF(), 0.02);
-    EXPECT_NEAR(row(118).first / 255.0, Theme::consoleBottom().redF(), 0.02);
-    EXPECT_GT(row(1).first, row(118).first);
-    EXPECT_GT(row(0).first, row(1).first);
-    EXPECT_LT(row(119).first, row(118).first);
 }
 
 }  // namespace

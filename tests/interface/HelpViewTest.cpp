@@ -38,19 +38,13 @@ TEST(HelpViewTest, TheFrameStaysFixedAndTheTextScrollsInsideIt) {
     EXPECT_EQ(content->width(), view.scrollArea()->viewport()->width());  // nothing sideways
 }
 
-TEST(HelpViewTest, TextsKeepTheirTypographicQuotesAndDashes) {
+// The help picture shows the first page's quotes and dashes; these two stand further down.
+TEST(HelpViewTest, TextsBelowTheFirstPageKeepTheirTypographicMarks) {
     HelpView view;
     const QStringList all = texts(view);
-    for (const QString& expected :
-         {QString("How to record"), QString("Press Stop"),
-          QString("What does “Hear the final mix” do?"),
-          QString("What does “Also save each source as its own file” do?"),
-          QString("Nothing is recorded / permission problems")}) {
-        EXPECT_TRUE(all.contains(expected)) << expected.toStdString();
-    }
-    const QString joined = all.join('\n');
-    EXPECT_TRUE(joined.contains("in the system tray — click it any time to stop."));
-    EXPECT_TRUE(joined.contains("PipeWire, your desktop’s audio service. If a recording can’t"));
+    EXPECT_TRUE(all.contains("Nothing is recorded / permission problems"));
+    EXPECT_TRUE(
+        all.join('\n').contains("PipeWire, your desktop’s audio service. If a recording can’t"));
 }
 
 }  // namespace

@@ -34,32 +34,23 @@ struct Rig {
     Rig() { button->setClock(&clock); }
 };
 
-TEST(RecordButtonTest, StatesGiveCaptionTextsAndGlow) {
-    struct Case {
-        bool recording;
-        bool enabled;
-        QString caption;
-        QString spoken;
-        double glowOpacity;
-        double glowRadius;
-    };
-    const std::vector<Case> cases = {
-        {false, true, "Record", "Start recording", 0.45, 9},
-        {false, false, "Record", "Start recording", 0.25, 5},
-        {true, true, "Stop", "Stop recording", 0.6, 12},
-        {true, false, "Stop", "Stop recording", 0.6, 12},  // only the idle glow differs
-    };
-    for (const auto& c : cases) {
+// How each state's glow looks is the record-key picture's to judge.
+TEST(RecordButtonTest, StatesGiveCaptionAndSpokenTextsAndADisabledKeyDimsOnlyTheIdleGlow) {
+    for (const bool recording : {false, true}) {
         Rig rig;
-        rig.button->setKeyEnabled(c.enabled);
-        rig.button->setRecording(c.recording);
-        EXPECT_EQ(rig.button->text(), c.caption);
-        EXPECT_EQ(rig.button->toolTip(), c.spoken);
+        rig.button->setRecording(recording);
+        const QString spoken = recording ? "Stop recording" : "Start recording";
+        EXPECT_EQ(rig.button->text(), recording ? "Stop" : "Record");
+        EXPECT_EQ(rig.button->toolTip(), spoken);
         EXPECT_EQ(QAccessible::queryAccessibleInterface(rig.button)->text(QAccessible::Name),
-                  c.spoken);
-        EXPECT_DOUBLE_EQ(rig.button->glowOpacity(), c.glowOpacity);
-        EXPECT_DOUBLE_EQ(rig.button->glowRadius(), c.glowRadius);
+                  spoken);
     }
+    // A disabled key dims only the idle glow: a recording's stays whole.
+    Rig rig;
+    rig.button->setRecording(true);
+    rig.button->setKeyEnabled(false);
+    EXPECT_DOUBLE_EQ(rig.button->glowOpacity(), 0.6);
+    EXPECT_DOUBLE_EQ(rig.button->glowRadius(), 12);
 }
 
 TEST(RecordButtonTest, GlowRadiusBreathesWithTheMasterLevelOnlyWhileRecording) {
@@ -218,70 +209,12 @@ TEST(RecordButtonTest, APressReachesTheActionWhateverTheGlow) {
     }
 }
 
-TEST(RecordButtonTest, WidgetIsTheKeyAndCaptionColumn) {
-    Rig rig;
-    const QSize size = rig.button->sizeHint();
-    EXPECT_EQ(size.width(), 64);  // the captions are narrower than the key
-    EXPECT_GT(size.height(), 64 + 5 + 8);
-    EXPECT_LT(size.height(), 64 + 5 + 20);
-    EXPECT_EQ(rig.button->keyRect(), QRectF(0, 0, 64, 64));
-}
-
-TEST(RecordButtonTest, GlowAndRingLightThePanelBeyondTheWidget) {
-    // Strength of red light beside the key, outside the widget's own rectangle.
-    const auto beside = [](Rig& rig, double distance) {
-        const QRectF key = rig.button->keyRect();
-        const QPointF point(key.left() - distance, key.center().y() + 2);
-        return rig.host.painted().pixelColor(rig.host.at(*rig.button, point)).alpha();
-    };
-    struct Case {
-        const char* what;
-        bool recording;
-        bool enabled;
-        float level;
-    };
-    const std::vector<Case> cases = {{"dim", false, false, 0},
-                                     {"ready", false, true, 0},
-                                     {"recording quietly", true, true, 0},
-                                     {"recording loud", true, true, 1}};
-    std::vector<int> near;
-    std::vector<int> far;
-    for (const auto& c : cases) {
-        Rig rig;
-        rig.button->setReduceMotion(true);  // the glow alone
-        rig.button->setKeyEnabled(c.enabled);
-        rig.button->setRecording(c.recording);
-        rig.button->setLevel(c.level);
-        near.push_back(beside(rig, 4));
-        far.push_back(beside(rig, 30));
-        EXPECT_GE(rig.button->overhang(), 3 * rig.button->glowRadius()) << c.what;
-    }
-    // Idle glows grow with the key's readiness; a recording's glow reaches further with level.
-    EXPECT_GT(near[0], 0);
-    EXPECT_GT(near[1], near[0]);
-    EXPECT_GT(near[2], near[1]);
-    EXPECT_EQ(far[1], 0);  // a glow of 9 fades out before 30 points
-    EXPECT_GT(far[2], far[1]);
-    EXPECT_GT(far[3], far[2] + 5);
-
-    // The ring: a red line leaving the key's edge while recording.
-    Rig rig;
-    rig.button->setRecording(true);
-    rig.clock.advance(milliseconds(375));
-    const double ringRadius = 32 * rig.button->pulseScale();
-    const QRectF key = rig.button->keyRect();
-    const QPointF onRing(key.center().x(), key.center().y() - ringRadius);
-    const QColor ring = rig.host.painted().pixelColor(rig.host.at(*rig.button, onRing));
-    EXPECT_GT(ring.red(), ring.green() + 40);
-    EXPECT_GT(ring.alpha(), 40);
-}
-
 TEST(RecordButtonTest, TheGlowFollowsTheKeyWhereverItGoes) {
     // Whether red light falls 6 points left of the key, and the lit margin sits centred on it.
     const auto followed = [](test::Host& host, RecordButton& button) {
         const QRectF key = button.keyRect();
-        const QPointF point(key.left() - 6, key.center().y() + 2);
-        const bool lit = host.painted().pixelColor(host.at(button, point)).alpha() > 0;
+        const QPointF point = QPointF(button.pos()) + QPointF(key.left() - 6, key.center().y() + 2);
+        const bool lit = host.painted().pixelColor(point.toPoint()).alpha() > 0;
         for (const QWidget* sibling : host.surface.findChildren<QWidget*>()) {
             if (sibling != &button && sibling->geometry().center() != button.geometry().center()) {
                 return false;

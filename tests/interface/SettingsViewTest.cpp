@@ -60,11 +60,7 @@ struct Settings {
 };
 
 TEST(SettingsViewTest, FormatAndFolderAreLockedFromStartToStop) {
-    Settings s;
-    EXPECT_EQ(s.view->tabs()->count(), 2);
-    EXPECT_EQ(s.view->tabs()->tabText(0), "General");
-    EXPECT_EQ(s.view->tabs()->tabText(1), "About");
-    EXPECT_EQ(s.view->tabs()->width(), 460);
+    Settings s;  // its tabs and their width are the settings pictures' to judge
     s.expectEditable(true, "idle");
     EXPECT_EQ(s.general().busyNote()->text(),
               "The format and folder can't change while a recording is in progress.");

@@ -8,45 +8,30 @@
 #include "interface/ManualConsoleClock.h"
 #include "interface/Theme.h"
 #include "interface/TimecodeLCDView.h"
-#include "tests/interface/WidgetImages.h"
 
 namespace bw {
 namespace {
 
 using std::chrono::milliseconds;
 
-struct Rig {
-    ManualConsoleClock clock;
-    test::Host host{24};
-    TimecodeLCDView* lcd = host.hold(new TimecodeLCDView);
-
-    Rig() { lcd->setClock(&clock); }
-};
-
 // How the digits and their glow look, dim and lit, the console's pictures show; here: the glow
-// follows the recording, off again after it.
-TEST(TimecodeLCDViewTest, RecordingLightsTheDigitsAndTheGlow) {
-    Rig rig;
-    EXPECT_EQ(rig.lcd->formattedElapsed(), QString("0:00:00"));
-    EXPECT_EQ(rig.lcd->compactElapsed(), QString("00:00"));
-    for (const bool recording : {false, true, false}) {
-        rig.lcd->setRecording(recording);
-        EXPECT_EQ(rig.lcd->isGlowing(), recording);
-    }
-    // The widget is exactly the line of digits.
-    const QFontMetricsF metrics(Theme::timecodeFont());
-    EXPECT_EQ(rig.lcd->sizeHint().width(),
-              static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
-}
-
-TEST(TimecodeLCDViewTest, TheLongFormIsShownAndTheCompactOneSpoken) {
+// follows the recording, the widget is exactly its line of digits, and the compact form is spoken.
+TEST(TimecodeLCDViewTest, TheGlowFollowsTheRecordingAndTheCompactFormIsSpoken) {
     ManualConsoleClock clock;
     TimecodeLCDView lcd;
     lcd.setClock(&clock);
+    EXPECT_EQ(lcd.formattedElapsed(), QString("0:00:00"));
+    EXPECT_EQ(lcd.compactElapsed(), QString("00:00"));
+    for (const bool recording : {false, true, false}) {
+        lcd.setRecording(recording);
+        EXPECT_EQ(lcd.isGlowing(), recording);
+    }
+    const QFontMetricsF metrics(Theme::timecodeFont());
+    const int sevenCharacters = lcd.sizeHint().width();
+    EXPECT_EQ(sevenCharacters, static_cast<int>(std::ceil(metrics.horizontalAdvance("0:00:00"))));
     auto* accessible = QAccessible::queryAccessibleInterface(&lcd);
     ASSERT_NE(accessible, nullptr);
     EXPECT_EQ(accessible->text(QAccessible::Name), QString("Elapsed time"));
-    const int sevenCharacters = lcd.sizeHint().width();
     lcd.setFormattedElapsed("0:12:34");
     lcd.setCompactElapsed("12:34");
     EXPECT_EQ(lcd.formattedElapsed(), "0:12:34");
@@ -67,8 +52,8 @@ TEST(TimecodeLCDViewTest, ChangedDigitsRollUpIntoPlace) {
     lcd.setFormattedElapsed("0:00:00");
     lcd.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&lcd));
-    const QImage before = test::paintedAlone(lcd);
 
+    // How a roll looks halfway is the console pictures' to judge (console-widgets.png).
     lcd.setFormattedElapsed("0:00:01");  // a new text rolls, the same one again doesn't restart
     EXPECT_EQ(lcd.rollProgress(), 0.0);
     clock.advance(milliseconds(60));
@@ -76,25 +61,9 @@ TEST(TimecodeLCDViewTest, ChangedDigitsRollUpIntoPlace) {
     EXPECT_GT(lcd.rollProgress(), 0.0);
     clock.advance(milliseconds(90));
     EXPECT_NEAR(lcd.rollProgress(), 0.5, 0.06);
-    const QImage midway = test::paintedAlone(lcd);
     clock.advance(milliseconds(300));
     EXPECT_EQ(lcd.rollProgress(), 1.0);
     EXPECT_FALSE(clock.framePending());
-    const QImage after = test::paintedAlone(lcd);
-
-    // Only the last digit's column changes; the others stand still throughout.
-    const QFontMetricsF metrics(lcd.font());
-    const int advance = static_cast<int>(metrics.horizontalAdvance(QLatin1Char('0')));
-    const QRect still(0, 0, advance * 6 - 1, lcd.height());
-    const QRect last(advance * 6 + 1, 0, advance - 2, lcd.height());
-    auto same = [](const QImage& a, const QImage& b, const QRect& area) {
-        return a.copy(area) == b.copy(area);
-    };
-    EXPECT_TRUE(same(before, midway, still));
-    EXPECT_TRUE(same(before, after, still));
-    EXPECT_FALSE(same(before, after, last));
-    EXPECT_FALSE(same(midway, after, last));
-    EXPECT_FALSE(same(midway, before, last));
 }
 
 }  // namespace

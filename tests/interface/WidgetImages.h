@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
-#include <QColor>
 #include <QDir>
 #include <QImage>
 #include <QWidget>
@@ -93,21 +92,8 @@ struct Host {
     /// The host painted with its child and the child's surroundings.
     QImage painted() { return paintedAlone(surface); }
 
-    /// A point of the child in the host's picture.
-    QPoint at(const QWidget& child, QPointF local) const {
-        return (local + QPointF(child.pos())).toPoint();
-    }
-
     int margin;
     QWidget surface;
 };
-
-/// Equal colours to within `tolerance` steps of 255 per component, alpha included.
-inline bool nearColor(const QColor& a, const QColor& b, int tolerance = 1) {
-    return std::abs(a.red() - b.red()) <= tolerance &&
-           std::abs(a.green() - b.green()) <= tolerance &&
-           std::abs(a.blue() - b.blue()) <= tolerance &&
-           std::abs(a.alpha() - b.alpha()) <= tolerance;
-}
 
 }  // namespace bw::test

@@ -27,10 +27,6 @@ QImage save(const QImage& picture, const char* name) {
     return picture;
 }
 
-bool isReddish(const QColor& color) {
-    return color.red() > 180 && color.green() < 120 && color.blue() < 120;
-}
-
 TEST(ShellScreenshotsTest, TheTrayPanelShowsTheLampTheTimeAndTheMixDuringARecording) {
     ShellRig rig;
     rig.launch();
@@ -93,8 +89,7 @@ TEST(ShellScreenshotsTest, WithoutATrayTheWindowSaysWhyItWasMinimised) {
 
 TEST(ShellScreenshotsTest, TheProgramIconIsTheSameDrawingAtEverySize) {
     save(ApplicationIcon::image(256), "app-icon.png");
-    const QImage small = ApplicationIcon::image(32).scaled(256, 256);
-    EXPECT_TRUE(isReddish(small.pixelColor(128, 112)));
+    save(ApplicationIcon::image(32), "app-icon-32.png");
 }
 
 }  // namespace
