@@ -16,17 +16,13 @@ extern "C" {
 namespace bw::test {
 namespace {
 
-struct InputCloser {
-    void operator()(AVFormatContext* ctx) const { avformat_close_input(&ctx); }
-};
-struct CodecCloser {
-    void operator()(AVCodecContext* ctx) const { avcodec_free_context(&ctx); }
-};
-struct FrameFree {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketFree {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+// FFmpeg's freeing functions all take the address of the pointer.
+template <auto free>
+struct Freeing {
+    template <class T>
+    void operator()(T* object) const {
+        free(&object);
+    }
 };
 
 template <class T>
@@ -80,7 +76,7 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
     if (avformat_open_input(&rawInput, url.c_str(), nullptr, nullptr) < 0) {
         return std::nullopt;
     }
-    std::unique_ptr<AVFormatContext, InputCloser> input(rawInput);
+    std::unique_ptr<AVFormatContext, Freeing<avformat_close_input>> input(rawInput);
     if (avformat_find_stream_info(input.get(), nullptr) < 0) {
         return std::nullopt;
     }
@@ -90,7 +86,8 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
         return std::nullopt;
     }
     const AVStream* stream = input->streams[streamIndex];
-    std::unique_ptr<AVCodecContext, CodecCloser> decoder(avcodec_alloc_context3(codec));
+    std::unique_ptr<AVCodecContext, Freeing<avcodec_free_context>> decoder(
+        avcodec_alloc_context3(codec));
     if (!decoder || avcodec_parameters_to_context(decoder.get(), stream->codecpar) < 0) {
         return std::nullopt;
     }
@@ -112,8 +109,8 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
     }
     out.channelsData.resize(std::size_t(out.channels));
 
-    std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
-    std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
+    std::unique_ptr<AVPacket, Freeing<av_packet_free>> packet(av_packet_alloc());
+    std::unique_ptr<AVFrame, Freeing<av_frame_free>> frame(av_frame_alloc());
     if (!packet || !frame) {
         return std::nullopt;
     }

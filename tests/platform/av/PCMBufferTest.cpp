@@ -3,22 +3,23 @@
 #include <gtest/gtest.h>
 
 #include "platform/hal/AudioHardwareConstants.h"
+#include "tests/support/FakeHardware.h"
 
 namespace bw {
 namespace {
 
-AudioStreamBasicDescription pcm(double rate, std::uint32_t channels, std::uint32_t bits,
-                                std::uint32_t flags) {
-    AudioStreamBasicDescription asbd;
-    asbd.mSampleRate = rate;
-    asbd.mFormatID = kAudioFormatLinearPCM;
-    asbd.mFormatFlags = flags | kAudioFormatFlagIsPacked;
-    const bool nonInterleaved = flags & kAudioFormatFlagIsNonInterleaved;
-    asbd.mBitsPerChannel = bits;
-    asbd.mBytesPerFrame = bits / 8 * (nonInterleaved ? 1 : channels);
-    asbd.mBytesPerPacket = asbd.mBytesPerFrame;
-    asbd.mFramesPerPacket = 1;
-    asbd.mChannelsPerFrame = channels;
+using test::FakeHardware;
+
+AudioStreamBasicDescription int24() {
+    AudioStreamBasicDescription asbd = FakeHardware::int16Format(48000, 2);
+    asbd.mBitsPerChannel = 24;
+    asbd.mBytesPerFrame = asbd.mBytesPerPacket = 6;
+    return asbd;
+}
+
+AudioStreamBasicDescription aac() {
+    AudioStreamBasicDescription asbd = FakeHardware::floatFormat(48000, 2);
+    asbd.mFormatID = kAudioFormatMPEG4AAC;
     return asbd;
 }
 
@@ -51,29 +52,19 @@ TEST_P(StreamDescriptionTest, GivesTheSampleTypeAndLayoutOrNothing) {
     }
 }
 
-AudioStreamBasicDescription aac() {
-    AudioStreamBasicDescription asbd;
-    asbd.mSampleRate = 48000;
-    asbd.mFormatID = kAudioFormatMPEG4AAC;
-    asbd.mChannelsPerFrame = 2;
-    return asbd;
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Formats, StreamDescriptionTest,
     ::testing::Values(
-        DescriptionCase{"Float32Planar",
-                        pcm(48000, 2, 32, kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved),
-                        true, CommonFormat::pcmFormatFloat32, false},
-        DescriptionCase{"Float32Interleaved", pcm(44100, 3, 32, kAudioFormatFlagIsFloat), true,
+        DescriptionCase{"Float32Planar", FakeHardware::floatFormat(48000, 2), true,
+                        CommonFormat::pcmFormatFloat32, false},
+        DescriptionCase{"Float32Interleaved", FakeHardware::floatFormat(44100, 3, true), true,
                         CommonFormat::pcmFormatFloat32, true},
-        DescriptionCase{"Int16", pcm(48000, 2, 16, kAudioFormatFlagIsSignedInteger), true,
+        DescriptionCase{"Int16", FakeHardware::int16Format(48000, 2), true,
                         CommonFormat::pcmFormatInt16, true},
-        DescriptionCase{"Int24IsOther", pcm(48000, 2, 24, kAudioFormatFlagIsSignedInteger), true,
-                        CommonFormat::otherFormat, true},
-        DescriptionCase{"NoRate", pcm(0, 2, 32, kAudioFormatFlagIsFloat), false,
-                        CommonFormat::otherFormat, false},
-        DescriptionCase{"NoChannels", pcm(48000, 0, 32, kAudioFormatFlagIsFloat), false,
+        DescriptionCase{"Int24IsOther", int24(), true, CommonFormat::otherFormat, true},
+        DescriptionCase{"NoRate", FakeHardware::floatFormat(0, 2), false, CommonFormat::otherFormat,
+                        false},
+        DescriptionCase{"NoChannels", FakeHardware::floatFormat(48000, 0), false,
                         CommonFormat::otherFormat, false},
         DescriptionCase{"Compressed", aac(), false, CommonFormat::otherFormat, false}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -54,31 +54,19 @@ TEST(SerialQueueTest, TasksFromManyThreadsRunOneAtATimeInEachProducersOrder) {
     }
 }
 
-TEST(SerialQueueTest, IsCurrentOnlyOnItsOwnThread) {
+// A sync from the queue's own task runs in place, still current there, instead of deadlocking.
+TEST(SerialQueueTest, IsCurrentOnlyOnItsOwnThreadWhereSyncRunsInPlace) {
     SerialQueue a("com.tallowfields.BrightwaveRecord.a");
     SerialQueue b("com.tallowfields.BrightwaveRecord.b");
     EXPECT_FALSE(a.isCurrent());
-    bool aOnA = false, bOnA = true, currentIsA = false;
-    a.sync([&] {
-        aOnA = a.isCurrent();
-        bOnA = b.isCurrent();
-        currentIsA = SerialQueue::current() == &a;
-    });
-    EXPECT_TRUE(aOnA);
-    EXPECT_FALSE(bOnA);
-    EXPECT_TRUE(currentIsA);
-    EXPECT_EQ(a.label(), "com.tallowfields.BrightwaveRecord.a");
-}
-
-TEST(SerialQueueTest, SyncFromItsOwnQueueRunsInPlaceInsteadOfDeadlocking) {
-    SerialQueue queue("com.tallowfields.BrightwaveRecord.test");
     std::vector<int> order;
-    queue.sync([&] {
+    a.sync([&] {
         order.push_back(1);
-        queue.sync([&] { order.push_back(2); });
-        order.push_back(3);
+        a.sync([&] { order.push_back(a.isCurrent() && SerialQueue::current() == &a ? 2 : -2); });
+        order.push_back(b.isCurrent() ? -3 : 3);
     });
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(a.label(), "com.tallowfields.BrightwaveRecord.a");
 }
 
 TEST(SerialQueueTest, DestructionRunsEveryQueuedTaskFirst) {

@@ -8,10 +8,17 @@
 namespace bw {
 namespace {
 
-TEST(UUIDTest, UpperCaseVersion4InTheDashedForm) {
+TEST(UUIDTest, UpperCaseVersion4InTheDashedFormAndEqualOnlyToItsCopies) {
     std::set<std::string> seen;
+    UUID previous;
     for (int i = 0; i < 64; ++i) {
-        std::string text = UUID().uuidString();
+        const UUID id;
+        const UUID copy = id;
+        EXPECT_EQ(id, copy);
+        EXPECT_NE(id, previous);
+        previous = id;
+        std::string text = copy.uuidString();
+        EXPECT_EQ(text, id.uuidString());
         ASSERT_EQ(text.size(), 36u) << text;
         for (std::size_t at = 0; at < text.size(); ++at) {
             bool dash = at == 8 || at == 13 || at == 18 || at == 23;
@@ -27,14 +34,6 @@ TEST(UUIDTest, UpperCaseVersion4InTheDashedForm) {
         seen.insert(text);
     }
     EXPECT_EQ(seen.size(), 64u);
-}
-
-TEST(UUIDTest, EqualityFollowsTheValue) {
-    UUID a;
-    UUID copy = a;
-    EXPECT_EQ(a, copy);
-    EXPECT_EQ(a.uuidString(), copy.uuidString());
-    EXPECT_NE(a, UUID());
 }
 
 }  // namespace
