@@ -122,14 +122,11 @@ std::optional<DecodedAudio> decodeAudioFile(const std::filesystem::path& path) {
         if (rc < 0) {
             return std::nullopt;
         }
-        if (packet->stream_index == streamIndex) {
-            const int sent = avcodec_send_packet(decoder.get(), packet.get());
-            av_packet_unref(packet.get());
-            if (sent < 0 || !drain(decoder.get(), frame.get(), out)) {
-                return std::nullopt;
-            }
-        } else {
-            av_packet_unref(packet.get());
+        const bool ours = packet->stream_index == streamIndex;
+        const int sent = ours ? avcodec_send_packet(decoder.get(), packet.get()) : 0;
+        av_packet_unref(packet.get());
+        if (sent < 0 || (ours && !drain(decoder.get(), frame.get(), out))) {
+            return std::nullopt;
         }
     }
     if (avcodec_send_packet(decoder.get(), nullptr) < 0 ||
