@@ -71,7 +71,6 @@ TEST(MenuBarExtraTest, AHostReadsTheTimeAsLabelTitleAndTooltipAndItsClickOpensTh
     const FakeTrayHost& host = *rig.trayHost;
     EXPECT_EQ(host.property("IconName").toString(), "media-record");
     EXPECT_EQ(host.property("Status").toString(), "Active");
-    EXPECT_FALSE(host.iconImage().isNull()) << "a drawn icon for hosts without the theme";
     // Seconds into the recording, the label, and the guide a host sizes the label by.
     const std::tuple<int, const char*, const char*> times[] = {
         {7, "00:07", "00:00"}, {12 * 60 + 34, "12:34", "00:00"}, {3600, "1:00:00", "0:00:00"}};
@@ -98,7 +97,8 @@ TEST(MenuBarExtraTest, AHostReadsTheTimeAsLabelTitleAndTooltipAndItsClickOpensTh
     EXPECT_NE(rig.app->menuBarExtra()->panel(), nullptr);
 }
 
-TEST(MenuBarExtraTest, ClosingTheWindowDuringARecordingMinimisesItOnlyWhereNoTrayShows) {
+TEST(MenuBarExtraTest,
+     ClosingTheWindowDuringARecordingHidesItWhereTheTrayOpensItAgainElseMinimises) {
     for (const bool withTray : {true, false}) {
         ShellRig rig(false, withTray);
         rig.launch();
@@ -113,12 +113,16 @@ TEST(MenuBarExtraTest, ClosingTheWindowDuringARecordingMinimisesItOnlyWhereNoTra
         EXPECT_EQ(rig.terminations, 0);
         if (withTray) {
             EXPECT_EQ(rig.main(), nullptr) << "the tray leads back";
+            rig.app->menuBarExtra()->openPanel({40, 40});
+            rig.app->menuBarExtra()->panel()->openButton()->click();
+            ASSERT_NE(rig.main(), nullptr);
+            EXPECT_TRUE(rig.main()->isVisible());
+            EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr);
+            EXPECT_TRUE(rig.state->isRecording());
             continue;
         }
         ASSERT_NE(rig.main(), nullptr) << "nothing else would lead back";
         EXPECT_TRUE(rig.main()->isMinimized());
-        EXPECT_EQ(rig.main()->contentView()->statusText(),
-                  QStringLiteral("Recording · minimised: no system tray here"));
         // Said once: a second close minimises without a word.
         rig.app->openWindow(QStringLiteral("main"));
         rig.main()->contentView()->showStatusNotice(QString());
@@ -144,43 +148,21 @@ struct PanelRig : ShellRig {
     }
 };
 
-TEST(MenuBarExtraTest, ReturnInThePanelStopsTheRecordingAndTheItemGoesBeforeTheFileIsDone) {
+TEST(MenuBarExtraTest, ReturnInThePanelStopsOnceAndTheItemGoesBeforeTheFileIsDone) {
     PanelRig rig;
     ASSERT_NE(rig.panel, nullptr);
     EXPECT_EQ(rig.panel->width(), RecordingMenuBarView::kWidth);
+    QPushButton* stop = rig.panel->stopButton();
     QTest::keyClick(rig.panel->openButton(), Qt::Key_Return);
+    // A second press reaches a panel that is already closing, as a quick double press would.
+    stop->click();
     ASSERT_TRUE(pumpUntil([&] { return rig.state->isStoppingRecording(); }));
     EXPECT_FALSE(rig.trayShown());
     EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr);
     EXPECT_FALSE(rig.state->lastRecordingURL().has_value());
     rig.engines.last().finishStop();
     ASSERT_TRUE(pumpUntil([&] { return rig.state->lastRecordingURL().has_value(); }));
-}
-
-TEST(MenuBarExtraTest, TwoFastStopPressesEndInOneStop) {
-    PanelRig rig;
-    ASSERT_NE(rig.panel, nullptr);
-    // The second press reaches a panel that is already closing, as a quick double click would.
-    QPushButton* stop = rig.panel->stopButton();
-    stop->click();
-    stop->click();
-    rig.engines.last().finishStop();
-    ASSERT_TRUE(pumpUntil([&] { return !rig.state->isBusy(); }));
     EXPECT_EQ(rig.engines.last().stopCalls, 1);
-}
-
-TEST(MenuBarExtraTest, OpenBringsBackAClosedMainWindowWhileTheRecordingGoesOn) {
-    PanelRig rig;
-    rig.main()->close();
-    ASSERT_TRUE(pumpUntil([&] { return rig.main() == nullptr; }));
-    EXPECT_TRUE(rig.state->isRecording());
-    EXPECT_EQ(rig.terminations, 0);
-
-    rig.panel->openButton()->click();
-    ASSERT_NE(rig.main(), nullptr);
-    EXPECT_TRUE(rig.main()->isVisible());
-    EXPECT_EQ(rig.app->menuBarExtra()->panel(), nullptr);
-    EXPECT_TRUE(rig.state->isRecording());
 }
 
 TEST(MenuBarExtraTest, ThePanelMeterStartsAtZeroAndFollowsTheMixFromTheNextStep) {

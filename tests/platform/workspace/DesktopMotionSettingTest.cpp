@@ -3,20 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
-// GLib isn't built with ThreadSanitizer, which then sees only half of the hand-offs of GSettings'
-// worker thread and reports races. GLib's own calls go unwatched; ours don't.
-extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\n"
-           "called_from_lib:libgobject-2.0.so\n";
-}
+#include "tests/platform/workspace/WorkspaceTestSupport.h"
 
 namespace bw {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(DesktopMotionSettingTest, KdeAsksForNoMotionOnlyWithAnInstantAnimationSpeed) {
     const struct {
@@ -37,14 +28,12 @@ TEST(DesktopMotionSettingTest, KdeAsksForNoMotionOnlyWithAnInstantAnimationSpeed
 
 // One case per process: GSettings keeps the store it opened first.
 TEST(DesktopMotionSettingTest, GnomeWithAnimationsTurnedOffAsksForNoMotion) {
-    const fs::path home = fs::temp_directory_path() / ("bw-motion-" + std::to_string(::getpid()));
-    fs::create_directories(home / "glib-2.0" / "settings");
-    std::ofstream(home / "glib-2.0" / "settings" / "keyfile")
-        << "[org/gnome/desktop/interface]\nenable-animations=false\n";
-    setenv("XDG_CONFIG_HOME", home.c_str(), 1);
+    test::TemporaryDirectory home;
+    test::writeFile(home.path() / "glib-2.0" / "settings" / "keyfile",
+                    "[org/gnome/desktop/interface]\nenable-animations=false\n");
+    setenv("XDG_CONFIG_HOME", home.path().c_str(), 1);
     setenv("GSETTINGS_BACKEND", "keyfile", 1);
     EXPECT_TRUE(DesktopMotionSetting::reduceMotion());
-    fs::remove_all(home);
 }
 
 }  // namespace

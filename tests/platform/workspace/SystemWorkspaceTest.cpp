@@ -16,13 +16,6 @@
 #include "platform/workspace/ProcFsProcessTable.h"
 #include "tests/platform/workspace/WorkspaceTestSupport.h"
 
-// GLib isn't built with ThreadSanitizer, which then sees only half of the hand-offs of GLib's
-// slice allocator and worker thread and reports races. GLib's own calls go unwatched; ours don't.
-extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\n"
-           "called_from_lib:libgobject-2.0.so\n";
-}
-
 namespace bw::test {
 namespace {
 
@@ -422,15 +415,10 @@ TEST(SystemWorkspaceTest, CreditsARealHelperToItsApplication) {
     EXPECT_NE(std::find(applications.begin(), applications.end(), expected), applications.end());
     EXPECT_TRUE(std::none_of(applications.begin(), applications.end(),
                              [&](const auto& a) { return a.pid == helper; }));
-    EXPECT_TRUE(std::is_sorted(applications.begin(), applications.end(),
-                               [](const auto& a, const auto& b) { return a.pid < b.pid; }));
     EXPECT_EQ(workspace.runningApplication(shell.pid()), expected);
-    EXPECT_EQ(workspace.runningApplication(helper), std::nullopt);
     EXPECT_EQ(workspace.responsiblePID(helper), shell.pid());
     EXPECT_EQ(workspace.responsiblePID(shell.pid()), shell.pid());
-    EXPECT_EQ(workspace.responsiblePID(::getpid()), ::getpid());
     EXPECT_EQ(workspace.processName(helper), "bw-test-player");
-    EXPECT_EQ(workspace.ownPID(), ::getpid());
 }
 
 }  // namespace

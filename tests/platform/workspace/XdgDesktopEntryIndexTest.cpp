@@ -13,13 +13,6 @@
 
 #include "tests/platform/workspace/WorkspaceTestSupport.h"
 
-// GLib isn't built with ThreadSanitizer, which then sees only half of the hand-offs of GLib's
-// slice allocator and worker thread and reports races. GLib's own calls go unwatched; ours don't.
-extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\n"
-           "called_from_lib:libgobject-2.0.so\n";
-}
-
 namespace bw::test {
 namespace {
 
