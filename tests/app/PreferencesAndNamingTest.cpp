@@ -225,17 +225,5 @@ TEST(PreferencesTest, OpeningTheFolderCreatesItOrSaysWhyItCouldNot) {
     }
 }
 
-TEST(PreferencesTest, RevealShowsTheLastFileAndNothingBeforeTheFirst) {
-    AppRig rig;
-    rig.state->revealLastRecording();
-    EXPECT_TRUE(rig.viewer->selected.empty());
-    rig.refreshWith({process(1, "a", "A")});
-    rig.tick({"app:a"});
-    QCoro::waitFor(rig.state->startRecording());
-    QCoro::waitFor(rig.state->stopRecording());
-    rig.state->revealLastRecording();
-    EXPECT_EQ(rig.viewer->selected, std::vector<QUrl>{*rig.state->lastRecordingURL()});
-}
-
 }  // namespace
 }  // namespace bw::test

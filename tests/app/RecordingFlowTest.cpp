@@ -92,9 +92,10 @@ TEST(RecordingFlowTest, OnlyATickedMicrophoneAsksForAccessAndARefusalEndsTheStar
     }
 }
 
-TEST(RecordingFlowTest, AFailedStartShowsItsErrorKeepsNoEngineAndLeavesTheLastFileAlone) {
+TEST(RecordingFlowTest, AFailedStartShowsItsErrorKeepsNoEngineAndLeavesTheLastFileToReveal) {
     FlowRig rig;
     rig.tick({"app:org.example.Player"});
+    rig.state->revealLastRecording();  // nothing recorded yet: nothing to show
     QCoro::waitFor(rig.state->startRecording());
     QCoro::waitFor(rig.state->stopRecording());
     const auto previous = rig.state->lastRecordingURL();
@@ -118,6 +119,8 @@ TEST(RecordingFlowTest, AFailedStartShowsItsErrorKeepsNoEngineAndLeavesTheLastFi
     ASSERT_EQ(configuration.sourceFileURLs.size(), 1u);
     EXPECT_FALSE(QFileInfo::exists(configuration.sourceFileURLs.begin()->second.c_str()));
     EXPECT_TRUE(QFileInfo::exists(previous->toLocalFile()));
+    rig.state->revealLastRecording();
+    EXPECT_EQ(rig.viewer->selected, std::vector<QUrl>{*previous});
 }
 
 TEST(RecordingFlowTest, TheEngineGetsTheTickedSourcesVolumesFormatAndAFreshName) {
