@@ -13,6 +13,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
+const QString kMicrophoneDenied =
+    "Microphone access was denied. Allow it in your desktop’s privacy settings, under Microphone.";
+
 ErrorRef failureWithText(std::string text) {
     struct TextError : Error {
         std::string text;
@@ -80,9 +83,7 @@ TEST(RecordingFlowTest, OnlyATickedMicrophoneAsksForAccessAndARefusalEndsTheStar
         EXPECT_FALSE(rig.state->isStartingRecording());
         EXPECT_EQ(rig.engines.made.size(), c.records ? 1u : 0u);
         if (!c.records) {
-            EXPECT_EQ(rig.state->errorMessage(),
-                      QString("Microphone access was denied. Allow it in your desktop’s privacy "
-                              "settings, under Microphone."));
+            EXPECT_EQ(rig.state->errorMessage(), kMicrophoneDenied);
             rig.grantMicrophone = true;
             QSignalSpy errors(rig.state.get(), &AppState::errorMessageChanged);
             QCoro::waitFor(rig.state->startRecording());
@@ -136,11 +137,8 @@ TEST(RecordingFlowTest, TheEngineGetsTheTickedSourcesVolumesFormatAndAFreshName)
     QCoro::waitFor(rig.state->startRecording());
 
     const auto& configuration = rig.engines.last().configuration;
-    std::vector<std::string> ids;
-    for (const auto& source : configuration.sources) {
-        ids.push_back(source.id);
-    }
-    EXPECT_EQ(ids, (std::vector<std::string>{"app:org.example.Player", "mic:usb"}));
+    EXPECT_EQ(idsOf(configuration.sources),
+              (std::vector<std::string>{"app:org.example.Player", "mic:usb"}));
     EXPECT_EQ(configuration.volumes, (AppState::VolumeMap{{"mic:usb", 0.5f}}));
     EXPECT_TRUE(configuration.passthroughEnabled);
     EXPECT_EQ(configuration.format, RecordingFormat::m4a);
@@ -242,9 +240,7 @@ TEST(RecordingFlowTest, AMicrophoneQuestionNobodyAnswersIsANoAfterTenSeconds) {
     QCoro::waitFor(start);
     EXPECT_FALSE(rig.state->isStartingRecording());
     EXPECT_TRUE(rig.engines.made.empty());
-    EXPECT_EQ(rig.state->errorMessage(),
-              QString("Microphone access was denied. Allow it in your desktop’s privacy "
-                      "settings, under Microphone."));
+    EXPECT_EQ(rig.state->errorMessage(), kMicrophoneDenied);
     rig.heldPermission->set(true);  // a late answer starts nothing
     pumpFor(10);
     EXPECT_FALSE(rig.state->isBusy());
