@@ -58,6 +58,14 @@ inline AudioProcessEnumerator::ProcessInfo process(std::int32_t pid, std::option
     return {pid, std::move(id), std::move(name), playing};
 }
 
+inline std::vector<std::string> idsOf(const AppState::SourceList& sources) {
+    std::vector<std::string> ids;
+    for (const auto& s : sources) {
+        ids.push_back(s.id);
+    }
+    return ids;
+}
+
 /// An `AppState` on fakes: listings, permission, engines, clock, store, folder and file viewer.
 struct AppRig {
     QTemporaryDir dir;

@@ -14,14 +14,6 @@ namespace {
 using namespace std::chrono_literals;
 using IDs = AppState::SourceIDSet;
 
-std::vector<std::string> idsOf(const AppState::SourceList& sources) {
-    std::vector<std::string> ids;
-    for (const auto& s : sources) {
-        ids.push_back(s.id);
-    }
-    return ids;
-}
-
 TEST(AppStateSourcesTest, RefreshBuildsSourcesInListingOrderAndKeepsTheFirstOfAnID) {
     AppRig rig;
     QSignalSpy apps(rig.state.get(), &AppState::appSourcesChanged);

@@ -4,8 +4,14 @@
 #include <condition_variable>
 #include <mutex>
 
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include "app/OnboardingController.h"
 #include "capture/CoreAudioError.h"
 #include "capture/SystemAudioPermission.h"
+#include "tests/app/FakeClock.h"
+#include "tests/app/QtTestSupport.h"
 
 namespace bw::test {
 
@@ -48,6 +54,27 @@ public:
 
     std::atomic<int> attempts{0};
     std::atomic<bool> grant{false};
+};
+
+/// An onboarding controller over a probe and a settings file of its own.
+struct OnboardingRig {
+    QTemporaryDir dir;
+    QSettings defaults{dir.filePath("defaults.ini"), QSettings::IniFormat};
+    FakeClock appClock;
+    std::shared_ptr<FakeProbe> probe = std::make_shared<FakeProbe>();
+    std::unique_ptr<OnboardingController> controller;
+
+    explicit OnboardingRig(bool attemptedBefore = false) {
+        if (attemptedBefore) {
+            defaults.setValue(SystemAudioPermission::kAttemptedKey, true);
+        }
+        controller = std::make_unique<OnboardingController>(probe, &defaults, appClock);
+    }
+    ~OnboardingRig() {
+        probe->release();
+        controller.reset();
+        pumpFor(20);  // an attempt still under way finishes before the probe goes
+    }
 };
 
 }  // namespace bw::test

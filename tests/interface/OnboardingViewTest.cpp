@@ -4,18 +4,13 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 
-#include "app/OnboardingController.h"
 #include "interface/ManualConsoleClock.h"
 #include "interface/OnboardingView.h"
 #include "interface/SegmentedMeter.h"
 #include "interface/SymbolView.h"
-#include "tests/app/FakeClock.h"
 #include "tests/app/FakeTapProbe.h"
-#include "tests/app/QtTestSupport.h"
 
 namespace bw {
 namespace {
@@ -25,29 +20,17 @@ using Status = SystemAudioPermission::Status;
 using test::pumpFor;
 using test::pumpUntil;
 
-struct Walkthrough {
-    QTemporaryDir dir;
-    QSettings defaults{dir.filePath("defaults.ini"), QSettings::IniFormat};
+struct Walkthrough : test::OnboardingRig {
     ManualConsoleClock clock;
-    test::FakeClock appClock;
-    std::shared_ptr<test::FakeProbe> probe = std::make_shared<test::FakeProbe>();
-    OnboardingController controller{probe, &defaults, appClock};
-    std::unique_ptr<OnboardingView> view;
+    std::unique_ptr<OnboardingView> view = std::make_unique<OnboardingView>(*controller, &clock);
     int settingsOpened = 0;
 
     Walkthrough() {
-        view = std::make_unique<OnboardingView>(controller, &clock);
-        controller.setOpenSettings([this] {
+        controller->setOpenSettings([this] {
             ++settingsOpened;
             return true;
         });
         view->show();
-    }
-
-    ~Walkthrough() {
-        probe->release();
-        view.reset();
-        pumpFor(20);  // an attempt still under way finishes before the probe goes
     }
 
     /// Read from the disk, not the store's cache: the program may end any moment after.
@@ -100,9 +83,9 @@ TEST(OnboardingViewTest, NavigationRowFollowsTheStep) {
 TEST(OnboardingViewTest, ThePermissionStepShowsTheStatusAndDrivesTheSchedule) {
     Walkthrough w;
     w.view->setStep(1);
-    EXPECT_FALSE(w.controller.isPermissionStepShown());
+    EXPECT_FALSE(w.controller->isPermissionStepShown());
     w.view->setStep(OnboardingView::permissionStep);
-    EXPECT_TRUE(w.controller.isPermissionStepShown());
+    EXPECT_TRUE(w.controller->isPermissionStepShown());
     EXPECT_TRUE(w.view->allowButton()->isVisible());
     EXPECT_FALSE(w.view->openSettingsButton()->isVisible());
 
@@ -114,7 +97,7 @@ TEST(OnboardingViewTest, ThePermissionStepShowsTheStatusAndDrivesTheSchedule) {
     EXPECT_EQ(w.view->forwardButton()->text(), "Continue");
     EXPECT_TRUE(w.view->forwardButton()->isEnabled());
     w.probe->release();
-    ASSERT_TRUE(pumpUntil([&] { return w.controller.permissionStatus() == Status::denied; }));
+    ASSERT_TRUE(pumpUntil([&] { return w.controller->permissionStatus() == Status::denied; }));
     EXPECT_FALSE(w.view->requestingIndicator()->isVisible());
     EXPECT_TRUE(w.view->openSettingsButton()->isVisible());
     w.view->openSettingsButton()->click();
@@ -123,18 +106,18 @@ TEST(OnboardingViewTest, ThePermissionStepShowsTheStatusAndDrivesTheSchedule) {
     // Granted by a later check: the check mark, and the last step says so.
     w.probe->grant = true;
     w.appClock.advance(2s);
-    ASSERT_TRUE(pumpUntil([&] { return w.controller.permissionStatus() == Status::granted; }));
+    ASSERT_TRUE(pumpUntil([&] { return w.controller->permissionStatus() == Status::granted; }));
     EXPECT_EQ(w.view->permissionSymbol()->symbol(), "checkmark.circle.fill");
     EXPECT_FALSE(w.view->openSettingsButton()->isVisible());
     w.view->setStep(3);
-    EXPECT_FALSE(w.controller.isPermissionStepShown());
+    EXPECT_FALSE(w.controller->isPermissionStepShown());
     EXPECT_EQ(w.view->readyText()->text(),
               "Tick a source, press Record, and Brightwave Record takes care of the rest.");
 
     // A hidden window runs no schedule.
     w.view->setStep(OnboardingView::permissionStep);
     w.view->hide();
-    EXPECT_FALSE(w.controller.isPermissionStepShown());
+    EXPECT_FALSE(w.controller->isPermissionStepShown());
 }
 
 TEST(OnboardingViewTest, EveryWayOfClosingCountsAsCompleted) {
