@@ -47,11 +47,7 @@ const AudioFormat kStereo48 = *AudioFormat::standard(48000, 2);
 const AudioFormat kMono44 = *AudioFormat::standard(44100, 1);
 
 double levelIn(const test::DecodedAudio& audio, double frequency, double from, double to) {
-    const auto first = std::size_t(from * 48000);
-    const auto last = std::min(audio.frames(), std::size_t(to * 48000));
-    return test::toneLevelDb(
-        std::span<const float>(audio.channelsData[0]).subspan(first, last - first), frequency,
-        48000);
+    return EngineRig::levelIn(audio.channelsData[0], frequency, from, to);
 }
 
 // Hands `seconds` of the source's signal over in 10 ms buffers, in real time when `paced`.

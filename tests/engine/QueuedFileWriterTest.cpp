@@ -27,10 +27,15 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
-    std::shared_ptr<QueuedFileWriter> makeWriter(const fs::path& path) {
-        auto file = AudioFile::createForWriting(
-            path, RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
+    // `headerSizeLimit` pretends the format's header cannot count past that many bytes.
+    std::shared_ptr<QueuedFileWriter> makeWriter(const fs::path& path,
+                                                 std::uint64_t headerSizeLimit = 0) {
+        const auto format = *RecordingFormat::fromRawValue(path.extension().string().substr(1));
+        auto file = AudioFile::createForWriting(path, format.fileSettings(48000, 2));
         EXPECT_TRUE(file) << (file ? "" : file.error().localizedDescription());
+        if (headerSizeLimit > 0) {
+            file.value()->setHeaderSizeLimit(headerSizeLimit);
+        }
         return std::make_shared<QueuedFileWriter>(std::move(file).value());
     }
     // Blocks the writer's queue until the returned promise is fulfilled.
@@ -138,10 +143,7 @@ TEST_F(QueuedFileWriterTest, AFailedWriteIsReportedOnceAndLaterOverloadsStaySile
             std::signal(SIGXFSZ, SIG_DFL);
         }
     } limit(1 << 20);
-    auto file = AudioFile::createForWriting(
-        dir_ / "full.wav", RecordingFormat(RecordingFormat::wav).fileSettings(48000, 2));
-    ASSERT_TRUE(file) << file.error().localizedDescription();
-    auto writer = std::make_shared<QueuedFileWriter>(std::move(file).value());
+    auto writer = makeWriter(dir_ / "full.wav");
     auto big =
         test::makeBuffer(48000, {std::vector<float>(48000, 0.1f), std::vector<float>(48000, 0.1f)});
     for (int i = 0; i < 8; ++i) {
@@ -160,11 +162,7 @@ TEST_F(QueuedFileWriterTest, AFailedWriteIsReportedOnceAndLaterOverloadsStaySile
 }
 
 TEST_F(QueuedFileWriterTest, AnAiffAtItsSizeLimitEndsTheRecordingWithItsOwnReason) {
-    auto file = AudioFile::createForWriting(
-        dir_ / "take.aiff", RecordingFormat(RecordingFormat::aiff).fileSettings(48000, 2));
-    ASSERT_TRUE(file);
-    file.value()->setHeaderSizeLimit(100000);
-    auto writer = std::make_shared<QueuedFileWriter>(std::move(file).value());
+    auto writer = makeWriter(dir_ / "take.aiff", 100000);
     for (int i = 0; i < 60; ++i) {
         writer->write(*frame_, onFailure_);
         writer->queue().sync([] {});

@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 using test::EngineRig;
 using test::FakeHardware;
 using test::HardwareOperation;
+constexpr auto levelIn = &EngineRig::levelIn;
 
 const AudioFormat kMono44 = *AudioFormat::standard(44100, 1);
 const AudioFormat kStereo32 = *AudioFormat::standard(32000, 2);
@@ -27,14 +28,6 @@ const AudioFormat kStereo48 = *AudioFormat::standard(48000, 2);
 
 double db(double linear) {
     return 20.0 * std::log10(linear);
-}
-
-double levelIn(const std::vector<float>& samples, double frequency, double fromSeconds,
-               double toSeconds) {
-    const auto from = std::size_t(fromSeconds * 48000);
-    const auto to = std::min(samples.size(), std::size_t(toSeconds * 48000));
-    return test::toneLevelDb(std::span<const float>(samples).subspan(from, to - from), frequency,
-                             48000);
 }
 
 class CaptureError : public Error {

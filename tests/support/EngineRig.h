@@ -4,6 +4,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,7 +32,7 @@ public:
         speakers = hardware->addDevice(
             {"speakers", "Speakers", FakeHardware::floatFormat(48000, 2, true), {}});
         folder = std::filesystem::temp_directory_path() /
-                 ("bw-engine-" + std::to_string(::getpid()) + "-" + std::to_string(counter()++));
+                 ("bw-engine-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
         std::filesystem::remove_all(folder);
     }
     ~EngineRig() { std::filesystem::remove_all(folder); }
@@ -139,6 +140,15 @@ public:
         return out;
     }
 
+    /// The tone's level in [from, to) seconds of a 48 kHz channel.
+    static double levelIn(const std::vector<float>& samples, double frequency, double from,
+                          double to) {
+        const auto first = std::size_t(from * 48000);
+        const auto last = std::min(samples.size(), std::size_t(to * 48000));
+        return toneLevelDb(std::span<const float>(samples).subspan(first, last - first), frequency,
+                           48000);
+    }
+
     std::vector<std::string> reportsSoFar() {
         std::lock_guard guard(reportsMutex);
         return reports;
@@ -151,12 +161,7 @@ public:
     std::filesystem::path folder;
     std::mutex reportsMutex;
     std::vector<std::string> reports;
-
-private:
-    static int& counter() {
-        static int value = 0;
-        return value;
-    }
+    static inline int counter = 0;
 };
 
 }  // namespace bw::test
