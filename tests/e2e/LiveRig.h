@@ -134,22 +134,15 @@ public:
 
     bool running() { return pid_ > 0 && !wait(0); }
 
-    /// Sends `signal` to the whole process group.
-    void signal(int signal) const {
-        if (pid_ > 0) {
-            ::kill(-pid_, signal);
-        }
-    }
-
-    /// Asks politely, then insists; reaps the process.
+    /// Asks the whole process group politely, then insists; reaps the process.
     void stop() {
         if (pid_ <= 0) {
             return;
         }
         if (!status_) {
-            signal(SIGTERM);
+            ::kill(-pid_, SIGTERM);
             if (!wait(2.0)) {
-                signal(SIGKILL);
+                ::kill(-pid_, SIGKILL);
                 wait(5.0);
             }
             // Whatever the stopped process had started in its group goes too.
@@ -224,28 +217,11 @@ public:
     AudioServer& operator=(const AudioServer&) = delete;
     ~AudioServer() { stop(); }
 
-    /// Starts a server in `dir`, or in a new folder. Empty on success, else what went wrong.
-    std::string start(const std::filesystem::path& script, const std::filesystem::path& dir = {}) {
-        return call(script, "start", dir);
-    }
-    /// Makes `dir` ready for a server to be started later and takes its environment.
-    std::string prepare(const std::filesystem::path& script, const std::filesystem::path& dir) {
-        return call(script, "prepare", dir);
-    }
-
-    void stop() {
-        if (env_.contains("BW_AUDIO_DIR")) {
-            run({script_.string(), "stop", env_.at("BW_AUDIO_DIR")}, 30);
-            env_.clear();
-        }
-    }
-
-    const Env& env() const { return env_; }
-    std::filesystem::path dir() const { return env_.at("BW_AUDIO_DIR"); }
-
-private:
+    /// `script start [dir]` starts a server in `dir`, or in a new folder; `script prepare dir`
+    /// makes `dir` ready for a server started later. Either takes the server's environment and
+    /// returns empty on success, else what went wrong.
     std::string call(const std::filesystem::path& script, const std::string& command,
-                     const std::filesystem::path& dir) {
+                     const std::filesystem::path& dir = {}) {
         script_ = script;
         std::vector<std::string> argv{script.string(), command};
         if (!dir.empty()) {
@@ -267,6 +243,17 @@ private:
         return {};
     }
 
+    void stop() {
+        if (env_.contains("BW_AUDIO_DIR")) {
+            run({script_.string(), "stop", env_.at("BW_AUDIO_DIR")}, 30);
+            env_.clear();
+        }
+    }
+
+    const Env& env() const { return env_; }
+    std::filesystem::path dir() const { return env_.at("BW_AUDIO_DIR"); }
+
+private:
     std::filesystem::path script_;
     Env env_;
 };

@@ -44,7 +44,7 @@ Child player;  // one for every case, so the listed application stays the same
 /// Starts the private server, prepared by `main`, and the player, unless started already.
 bool ensureServer() {
     if (!serverStarted && serverError.empty()) {
-        serverError = server.start(kAudioServer, server.dir());
+        serverError = server.call(kAudioServer, "start", server.dir());
         serverStarted = serverError.empty();
         if (serverStarted) {
             player = Child::spawn({"pw-play", "-P", "node.name=bw-window-tone", toneFile.string()});
@@ -190,7 +190,7 @@ int main(int argc, char** argv) {
     // The server itself starts with the first case: the program may come before it.
     std::string folder = (fs::temp_directory_path() / "bw-window.XXXXXX").string();
     serverError = mkdtemp(folder.data()) == nullptr ? "no folder for the server"
-                                                    : server.prepare(kAudioServer, folder);
+                                                    : server.call(kAudioServer, "prepare", folder);
     if (serverError.empty()) {
         // The program reaches the private server, its settings and desktop entries through these.
         for (const auto& [name, value] : server.env()) {
