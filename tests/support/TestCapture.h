@@ -54,18 +54,16 @@ public:
         started_ = false;
     }
 
-    /// Hands one buffer to the handler, outside the lock; false when there is none.
-    bool deliver(std::shared_ptr<PCMBuffer> buffer) {
+    /// Hands one buffer to the handler, if any, outside the lock.
+    void deliver(std::shared_ptr<PCMBuffer> buffer) {
         BufferHandler handler;
         {
             std::lock_guard guard(lock_);
             handler = handler_;
         }
-        if (!handler) {
-            return false;
+        if (handler) {
+            handler(std::move(buffer));
         }
-        handler(std::move(buffer));
-        return true;
     }
 
     const AudioFormat& declaredFormat() const { return format_; }
