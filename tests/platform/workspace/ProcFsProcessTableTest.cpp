@@ -277,25 +277,5 @@ TEST(ProcFsProcessTableTest, FindsOwnChildByNameParentAndProgram) {
     EXPECT_FALSE(std::binary_search(pids.begin(), pids.end(), pid));
 }
 
-// Same name before and after: only the new program and arguments tell.
-TEST(ProcFsProcessTableTest, SeesAnExecThatKeepsTheName) {
-    TemporaryDirectory directory;
-    const std::string first = copyProgram("/bin/sh", directory.path() / "a" / "bw-shell").string();
-    const std::string second = copyProgram("/bin/sh", directory.path() / "b" / "bw-shell").string();
-    const std::string go = (directory.path() / "go").string();
-    ChildProcess child({first, "-c",
-                        "while [ ! -e '" + go + "' ]; do sleep 0.01; done; exec '" + second +
-                            "' -c 'while :; do sleep 1; done'"});
-    ProcFsProcessTable table;
-    auto runs = [&](const std::string& program) {
-        auto found = table.process(child.pid());
-        return found && found->executable == program && !found->commandLine.empty() &&
-               found->commandLine[0] == program;
-    };
-    ASSERT_TRUE(waitUntil([&] { return runs(first); }));
-    writeFile(go, "");
-    EXPECT_TRUE(waitUntil([&] { return runs(second); }));
-}
-
 }  // namespace
 }  // namespace bw::test
