@@ -62,12 +62,9 @@ public:
     }
 
     std::optional<DesktopEntry> entry(const std::string& id) override {
-        for (const DesktopEntry& entry : entries_) {
-            if (entry.id == id) {
-                return entry;
-            }
-        }
-        return std::nullopt;
+        auto found = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const DesktopEntry& entry) { return entry.id == id; });
+        return found == entries_.end() ? std::nullopt : std::optional(*found);
     }
 
     int listings = 0;
@@ -295,11 +292,10 @@ TEST(SystemWorkspaceTest, EachCallTakesOneLook) {
         std::set<std::int32_t> allowed;
         int entryListings;
     };
-    std::set<std::int32_t> ancestorsOf150;
-    for (std::int32_t pid = 150; pid >= 100; --pid) {
+    std::set<std::int32_t> ancestorsOf150 = {1, 10};
+    for (std::int32_t pid = 100; pid <= 150; ++pid) {
         ancestorsOf150.insert(pid);
     }
-    ancestorsOf150.insert({10, 1});
     std::vector<Question> questions = {
         {"responsiblePID", [&] { EXPECT_EQ(workspace.responsiblePID(150), 102); }, ancestorsOf150,
          1},
@@ -376,19 +372,16 @@ TEST(SystemWorkspaceTest, CreditsARealHelperToItsApplication) {
     // The shell starts a helper and then becomes the player itself.
     ChildProcess shell({"/bin/sh", "-c", "'" + player + "' 30 & exec '" + player + "' 30"});
     std::int32_t helper = 0;
-    struct Cleanup {
-        ChildProcess& shell;
-        std::int32_t& helper;
-        ~Cleanup() {
-            if (helper > 0) {
-                ::kill(helper, SIGKILL);
-            }
-            shell.stop();
-            if (helper > 0) {
-                ::waitpid(helper, nullptr, 0);
-            }
+    // The helper is the shell's child until the shell is gone, then ours to reap.
+    std::shared_ptr<void> cleanup(nullptr, [&](void*) {
+        if (helper > 0) {
+            ::kill(helper, SIGKILL);
         }
-    } cleanup{shell, helper};
+        shell.stop();
+        if (helper > 0) {
+            ::waitpid(helper, nullptr, 0);
+        }
+    });
 
     ProcFsProcessTable table;
     auto runsPlayer = [&](const std::optional<ProcessRecord>& process) {
