@@ -50,14 +50,9 @@ TEST_P(ReadTest, ReadsWhatTheFilesSay) {
     EXPECT_EQ(table.process(kPID), c.expected);
 }
 
-ProcessRecord record(std::int32_t parent, std::string name, std::string executable,
-                     std::vector<std::string> commandLine, std::string cgroup) {
-    return {kPID,
-            parent,
-            std::move(name),
-            std::move(executable),
-            std::move(commandLine),
-            std::move(cgroup)};
+ProcessRecord record(std::int32_t parent, const std::string& name, const std::string& executable,
+                     const std::vector<std::string>& commandLine, const std::string& cgroup) {
+    return {kPID, parent, name, executable, commandLine, cgroup};
 }
 
 const std::string kCgroups =
