@@ -316,17 +316,11 @@ TEST(SystemWorkspaceTest, EachCallTakesOneLook) {
 TEST(SystemWorkspaceTest, KnowsItself) {
     auto table = std::make_shared<FakeProcessTable>(kBase);
     auto index = std::make_shared<FakeDesktopEntryIndex>(kEntries);
-    struct Case {
-        std::optional<std::string> given;
-        std::optional<std::string> expected;
-    };
-    for (const Case& c : {Case{std::nullopt, "com.tallowfields.BrightwaveRecord"},
-                          Case{"org.example.Other", "org.example.Other"}, Case{"", std::nullopt}}) {
-        auto workspace =
-            c.given ? SystemWorkspace(table, index, *c.given) : SystemWorkspace(table, index);
-        EXPECT_EQ(workspace.ownBundleID(), c.expected);
-        EXPECT_EQ(workspace.ownPID(), ::getpid());
-    }
+    EXPECT_EQ(SystemWorkspace(table, index).ownBundleID(), "com.tallowfields.BrightwaveRecord");
+    EXPECT_EQ(SystemWorkspace(table, index, "org.example.Other").ownBundleID(),
+              "org.example.Other");
+    EXPECT_EQ(SystemWorkspace(table, index, "").ownBundleID(), std::nullopt);
+    EXPECT_EQ(SystemWorkspace(table, index).ownPID(), ::getpid());
 }
 
 // ---- The real system ----------------------------------------------------------------------------
