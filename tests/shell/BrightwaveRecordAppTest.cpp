@@ -185,13 +185,6 @@ TEST(BrightwaveRecordAppTest, ClosingTheLastWindowEndsTheProgramOnlyWhenNotRecor
     }
 }
 
-TEST(BrightwaveRecordAppTest, QuitWhileIdleEndsAtOnce) {
-    ShellRig rig;
-    rig.launch();
-    rig.main()->quitAction()->trigger();
-    EXPECT_EQ(rig.terminations, 1);
-}
-
 TEST(BrightwaveRecordAppTest, QuitDuringARecordingFinishesTheFileFirstAndAsksNothing) {
     const struct {
         const char* state;

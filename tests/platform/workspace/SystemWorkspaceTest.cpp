@@ -62,12 +62,9 @@ public:
     }
 
     std::optional<DesktopEntry> entry(const std::string& id) override {
-        for (const DesktopEntry& entry : entries_) {
-            if (entry.id == id) {
-                return entry;
-            }
-        }
-        return std::nullopt;
+        auto found = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const DesktopEntry& entry) { return entry.id == id; });
+        return found == entries_.end() ? std::nullopt : std::optional(*found);
     }
 
     int listings = 0;
@@ -159,25 +156,20 @@ INSTANTIATE_TEST_SUITE_P(
     FakeSystem, WorkspaceTest,
     ::testing::Values(
         WorkspaceCase{"NothingButTheSession", {}, {}, {{1, 1}, {10, 10}, {999, 0}, {0, 0}}},
-        WorkspaceCase{"CgroupWithLauncherAndEscapedDash",
-                      {process(100, 10, "/usr/bin/te",
-                               scope("app-gnome-org.gnome.Text\\x2dEditor-4242.scope"))},
-                      {{100, "org.gnome.Text-Editor"}},
-                      {{100, 100}}},
+        // Launchers escape a dash in the ID, or not.
         WorkspaceCase{
-            "CgroupWithUnescapedDash",
-            {process(100, 10, "/usr/bin/te", scope("app-gnome-org.gnome.Text-Editor-4242.scope"))},
-            {{100, "org.gnome.Text-Editor"}},
+            "CgroupWithLauncher",
+            {process(100, 10, "/usr/bin/te",
+                     scope("app-gnome-org.gnome.Text\\x2dEditor-4242.scope")),
+             process(101, 10, "/usr/bin/te", scope("app-gnome-org.gnome.Text-Editor-4243.scope"))},
+            {{100, "org.gnome.Text-Editor"}, {101, "org.gnome.Text-Editor"}},
+            {{100, 100}}},
+        WorkspaceCase{
+            "CgroupServiceWithOrWithoutInstance",
+            {process(100, 10, "/usr/lib/x/run", scope("app-kde-org.example.Player@3f2a9b.service")),
+             process(101, 10, "/usr/lib/x/run", scope("app-org.example.Player.service"))},
+            {{100, "org.example.Player"}, {101, "org.example.Player"}},
             {}},
-        WorkspaceCase{"CgroupServiceWithInstance",
-                      {process(100, 10, "/usr/lib/x/run",
-                               scope("app-kde-org.example.Player@3f2a9b.service"))},
-                      {{100, "org.example.Player"}},
-                      {}},
-        WorkspaceCase{"CgroupServiceWithoutInstance",
-                      {process(100, 10, "/usr/lib/x/run", scope("app-org.example.Player.service"))},
-                      {{100, "org.example.Player"}},
-                      {}},
         WorkspaceCase{
             "CgroupWithoutLauncher",
             {process(100, 10, "/usr/lib/x/run", scope("app-org.example.Player-77.scope"))},
@@ -295,11 +287,10 @@ TEST(SystemWorkspaceTest, EachCallTakesOneLook) {
         std::set<std::int32_t> allowed;
         int entryListings;
     };
-    std::set<std::int32_t> ancestorsOf150;
-    for (std::int32_t pid = 150; pid >= 100; --pid) {
+    std::set<std::int32_t> ancestorsOf150 = {1, 10};
+    for (std::int32_t pid = 100; pid <= 150; ++pid) {
         ancestorsOf150.insert(pid);
     }
-    ancestorsOf150.insert({10, 1});
     std::vector<Question> questions = {
         {"responsiblePID", [&] { EXPECT_EQ(workspace.responsiblePID(150), 102); }, ancestorsOf150,
          1},
@@ -325,17 +316,11 @@ TEST(SystemWorkspaceTest, EachCallTakesOneLook) {
 TEST(SystemWorkspaceTest, KnowsItself) {
     auto table = std::make_shared<FakeProcessTable>(kBase);
     auto index = std::make_shared<FakeDesktopEntryIndex>(kEntries);
-    struct Case {
-        std::optional<std::string> given;
-        std::optional<std::string> expected;
-    };
-    for (const Case& c : {Case{std::nullopt, "com.tallowfields.BrightwaveRecord"},
-                          Case{"org.example.Other", "org.example.Other"}, Case{"", std::nullopt}}) {
-        auto workspace =
-            c.given ? SystemWorkspace(table, index, *c.given) : SystemWorkspace(table, index);
-        EXPECT_EQ(workspace.ownBundleID(), c.expected);
-        EXPECT_EQ(workspace.ownPID(), ::getpid());
-    }
+    EXPECT_EQ(SystemWorkspace(table, index).ownBundleID(), "com.tallowfields.BrightwaveRecord");
+    EXPECT_EQ(SystemWorkspace(table, index, "org.example.Other").ownBundleID(),
+              "org.example.Other");
+    EXPECT_EQ(SystemWorkspace(table, index, "").ownBundleID(), std::nullopt);
+    EXPECT_EQ(SystemWorkspace(table, index).ownPID(), ::getpid());
 }
 
 // ---- The real system ----------------------------------------------------------------------------
@@ -376,19 +361,16 @@ TEST(SystemWorkspaceTest, CreditsARealHelperToItsApplication) {
     // The shell starts a helper and then becomes the player itself.
     ChildProcess shell({"/bin/sh", "-c", "'" + player + "' 30 & exec '" + player + "' 30"});
     std::int32_t helper = 0;
-    struct Cleanup {
-        ChildProcess& shell;
-        std::int32_t& helper;
-        ~Cleanup() {
-            if (helper > 0) {
-                ::kill(helper, SIGKILL);
-            }
-            shell.stop();
-            if (helper > 0) {
-                ::waitpid(helper, nullptr, 0);
-            }
+    // The helper is the shell's child until the shell is gone, then ours to reap.
+    std::shared_ptr<void> cleanup(nullptr, [&](void*) {
+        if (helper > 0) {
+            ::kill(helper, SIGKILL);
         }
-    } cleanup{shell, helper};
+        shell.stop();
+        if (helper > 0) {
+            ::waitpid(helper, nullptr, 0);
+        }
+    });
 
     ProcFsProcessTable table;
     auto runsPlayer = [&](const std::optional<ProcessRecord>& process) {

@@ -188,39 +188,35 @@ void PrintTo(const ChangeCase& c, std::ostream* out) {
     *out << c.name;
 }
 
-class ChangeTest : public ::testing::TestWithParam<ChangeCase> {};
+// The other tests expect the environment as it was: whatever a case adds goes again.
+class ChangeTest : public ::testing::TestWithParam<ChangeCase> {
+protected:
+    void SetUp() override { original_ = {fs::recursive_directory_iterator(root()), {}}; }
+    void TearDown() override {
+        std::vector<fs::path> added;
+        for (const auto& item : fs::recursive_directory_iterator(root())) {
+            if (!original_.contains(item.path())) {
+                added.push_back(item.path());
+            }
+        }
+        for (const fs::path& path : added) {
+            fs::remove_all(path);
+        }
+    }
+    static const fs::path& root() { return DesktopDataEnvironment::root(); }
+
+private:
+    std::set<fs::path> original_;
+};
 
 TEST_P(ChangeTest, AnIndexInUseSeesTheChange) {
     const ChangeCase& c = GetParam();
-    const fs::path& root = DesktopDataEnvironment::root();
-    // The other tests expect the environment as it was: whatever the case adds goes again.
-    std::set<fs::path> original;
-    for (const auto& item : fs::recursive_directory_iterator(root)) {
-        original.insert(item.path());
-    }
-    struct Restore {
-        const fs::path& root;
-        const std::set<fs::path>& original;
-        ~Restore() {
-            std::vector<fs::path> added;
-            for (const auto& item : fs::recursive_directory_iterator(root)) {
-                if (!original.contains(item.path())) {
-                    added.push_back(item.path());
-                }
-            }
-            std::error_code ignored;
-            for (const fs::path& path : added) {
-                fs::remove_all(path, ignored);
-            }
-        }
-    } restore{root, original};
-
     if (c.before) {
-        c.before(root);
+        c.before(root());
     }
     XdgDesktopEntryIndex index;
     ASSERT_EQ(index.entry(c.id), c.expectedBefore);
-    c.change(root);
+    c.change(root());
     auto listed = [&] {
         auto entries = index.entries();
         auto found = std::find_if(entries.begin(), entries.end(),
