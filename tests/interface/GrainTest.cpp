@@ -29,6 +29,7 @@ std::vector<Speck> specksOf(const GrainPixels& pixels) {
         for (int x = 0; x < pixels.width; ++x) {
             const auto* p = &pixels.bytes[static_cast<std::size_t>(y) * pixels.width * 4 + x * 4];
             if (p[3] != 0) {
+                EXPECT_TRUE(p[0] == 255 && p[1] == 255 && p[2] == 255) << "specks are white";
                 specks.push_back({x, y, p[3]});
             }
         }
