@@ -111,7 +111,7 @@ TEST(SourceRowViewTest, PercentageRoundsToTheNearestWholeNumber) {
     }
 }
 
-// The ticked and unticked rows' fill and name colours are the window pictures' to judge.
+// The ticked row's fill is the window pictures' to judge.
 TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     test::ViewRig rig;
     rig.listSome();
@@ -129,6 +129,8 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     EXPECT_TRUE(row->lamp()->isArmed());
     EXPECT_TRUE(tick->isChecked());
     EXPECT_TRUE(row->volumeArea()->isVisible());
+    EXPECT_EQ(row->nameLabel()->palette().color(QPalette::WindowText),
+              Theme::primary(row->palette()));
 
     QTest::mouseClick(tick, Qt::LeftButton, {}, QPoint(4, tick->height() / 2));
     settle(rig);
@@ -136,6 +138,8 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     EXPECT_TRUE(rig.state->selectedSourceIDs().empty());
     EXPECT_FALSE(row->lamp()->isArmed());
     EXPECT_FALSE(row->volumeArea()->isVisible());
+    EXPECT_EQ(row->nameLabel()->palette().color(QPalette::WindowText),
+              Theme::secondary(row->palette()));
 
     // A tick from elsewhere (System Audio unticks applications) reaches the row too.
     rig.tick({"app:org.example.Player"});
