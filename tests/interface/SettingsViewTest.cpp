@@ -190,6 +190,8 @@ TEST(SettingsViewTest, VersionTextWithAndWithoutBuildValues) {
     EXPECT_EQ(about.versionLabel()->text(),
               "Version " + AboutSettingsView::versionText(AboutSettingsView::buildShortVersion(),
                                                           AboutSettingsView::buildVersion()));
+    // The address is in the picture; where the link leads is not.
+    EXPECT_TRUE(about.mailLink()->text().contains("mailto:support@tallowfields.com"));
 }
 
 }  // namespace
