@@ -37,15 +37,6 @@ std::vector<Speck> specksOf(const GrainPixels& pixels) {
     return specks;
 }
 
-std::vector<std::uint8_t> bytesOf(const QImage& image) {
-    std::vector<std::uint8_t> bytes;
-    for (int y = 0; y < image.height(); ++y) {
-        const auto* line = image.constScanLine(y);
-        bytes.insert(bytes.end(), line, line + image.width() * 4);
-    }
-    return bytes;
-}
-
 TEST(SplitMix64Test, SixtyFourBitDrawRejectsExactlyTheLowHalvesBelowTheThreshold) {
     struct Case {
         const char* what;
@@ -113,6 +104,7 @@ TEST(GrainPixelsTest, SizesWithoutPixelsOrBeyondTheLimitGiveNothing) {
     }
 }
 
+// The cache's images (bytes, straight alpha) are the console pictures' to judge.
 TEST(GrainTextureCacheTest, PointSizesBecomePixelSizes) {
     struct Case {
         double width;
@@ -138,15 +130,6 @@ TEST(GrainTextureCacheTest, PointSizesBecomePixelSizes) {
         EXPECT_EQ(GrainTextureCache::keyFor(c.width, c.height, c.scale), c.key)
             << c.width << "x" << c.height << "@" << c.scale;
     }
-}
-
-TEST(GrainTextureCacheTest, ImagesCarryTheGrainBytesAsStraightRgba) {
-    GrainTextureCache cache;
-    const auto image = cache.imageBlocking(32, 24, 2);
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->size(), QSize(64, 48));
-    EXPECT_EQ(image->format(), QImage::Format_RGBA8888);
-    EXPECT_EQ(bytesOf(*image), GrainPixels::make(64, 48)->bytes);
 }
 
 TEST(GrainTextureCacheTest, EqualPixelSizesShareOneEntryAndFailedSizesStoreNothing) {
