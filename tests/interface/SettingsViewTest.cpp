@@ -104,8 +104,6 @@ TEST(SettingsViewTest, StoredFormatIsShownAndAnOddOneIsKeptUntilTheUserChooses) 
         EXPECT_EQ(s.checked(), std::vector<int>{c.shown}) << c.stored.toString().toStdString();
         EXPECT_EQ(s.rig.defaults->value(AppState::kRecordingFormatKey), c.stored);
     }
-    EXPECT_EQ(Settings().general().formatButtons()[0]->text(),
-              "Normal — smaller files (AAC, .m4a)");
 
     Settings s;
     s.rig.defaults->setValue(AppState::kRecordingFormatKey, "flac");
@@ -167,7 +165,6 @@ TEST(SettingsViewTest, LongFolderKeepsBothEndsAndTheTooltipHoldsItWhole) {
 TEST(SettingsViewTest, UpdateButtonFollowsTheUpdater) {
     Settings s;
     EXPECT_FALSE(s.general().updateButton()->isEnabled());  // this build has no feed to check
-    EXPECT_EQ(s.general().updateButton()->text(), "Check for Updates…");
     UpdaterService withFeed(QUrl("http://127.0.0.1:9/appcast.xml"), "1.0");
     CheckForUpdatesView button(withFeed);
     EXPECT_TRUE(button.isEnabled());
@@ -190,10 +187,7 @@ TEST(SettingsViewTest, VersionTextWithAndWithoutBuildValues) {
     }
     AboutSettingsView about;
     EXPECT_EQ(AboutSettingsView::buildShortVersion().typeId(), QMetaType::QString);
-    EXPECT_EQ(about.versionLabel()->text(),
-              "Version " + AboutSettingsView::versionText(AboutSettingsView::buildShortVersion(),
-                                                          AboutSettingsView::buildVersion()));
-    EXPECT_TRUE(about.webLink()->text().contains(">brightwave.tallowfields.com<"));
+    // The version line and the address are in the picture; where the link leads is not.
     EXPECT_TRUE(about.mailLink()->text().contains("mailto:support@tallowfields.com"));
 }
 

@@ -42,7 +42,7 @@ void hover(QWidget& widget, bool inside) {
     }
 }
 
-// Each kind's icon and playing badge are the window pictures' to judge.
+// Each kind's icon, playing badge, unlit lamp and own level are the window pictures' to judge.
 TEST(SourceRowViewTest, EachKindShowsItsNameAndStoredVolume) {
     struct Case {
         const char* what;
@@ -73,12 +73,6 @@ TEST(SourceRowViewTest, EachKindShowsItsNameAndStoredVolume) {
         EXPECT_FLOAT_EQ(row->fader()->value(), rig.state->volume(source.id)) << c.what;
         EXPECT_EQ(row->percentageLabel()->text(), c.percentage) << c.what;
         EXPECT_EQ(row->fader()->sourceID().toStdString(), source.id) << c.what;
-        // Not ticked: lamp out, no fader.
-        EXPECT_FALSE(row->lamp()->isArmed()) << c.what;
-        EXPECT_FALSE(row->volumeArea()->isVisibleTo(row.get())) << c.what;
-        // The fader shows its own source's level stream.
-        rig.tracker.update({{source.id, 0.6f}, {"app:org.example.Other", 0.9f}});
-        EXPECT_FLOAT_EQ(row->fader()->currentLevel(), 0.6f) << c.what;
     }
 }
 
@@ -111,6 +105,7 @@ TEST(SourceRowViewTest, PercentageRoundsToTheNearestWholeNumber) {
     }
 }
 
+// The ticked row's fill is the window pictures' to judge.
 TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     test::ViewRig rig;
     rig.listSome();
@@ -128,7 +123,6 @@ TEST(SourceRowViewTest, ClickingTheTickAreaTogglesTheSourceAndShowsTheFader) {
     EXPECT_TRUE(row->lamp()->isArmed());
     EXPECT_TRUE(tick->isChecked());
     EXPECT_TRUE(row->volumeArea()->isVisible());
-    EXPECT_EQ(row->fillColor(), Theme::withOpacity(Theme::accent(), 0.08));
     EXPECT_EQ(row->nameLabel()->palette().color(QPalette::WindowText),
               Theme::primary(row->palette()));
 
