@@ -369,11 +369,9 @@ INSTANTIATE_TEST_SUITE_P(Containers, AudioFilePcmLayoutTest,
 
 struct CreationErrorCase {
     const char* name;
-    const char* fileName;  // relative to the test folder; may go through a folder
+    const char* fileName;  // in the test folder; "locked/" is made read-only first
     AudioSettings settings;
-    std::vector<std::string> mentions;
-    bool mentionsPath = false;
-    bool lockedFolder = false;  // "locked/" is made read-only first
+    std::vector<std::string> mentions;  // a file name through a folder mentions its path too
 };
 
 void PrintTo(const CreationErrorCase& c, std::ostream* os) {
@@ -381,80 +379,46 @@ void PrintTo(const CreationErrorCase& c, std::ostream* os) {
 }
 
 const std::vector<CreationErrorCase>& creationErrorCases() {
+    using i64 = std::int64_t;
+    const AudioSettings le = pcmSettings(false), be = pcmSettings(true), aac = aacSettings();
     static const std::vector<CreationErrorCase> cases = {
-        {"MissingFolder",
-         "missing/take.wav",
-         pcmSettings(false),
-         {"No such file or directory"},
-         true},
-        {"ReadOnlyFolder",
-         "locked/take.wav",
-         pcmSettings(false),
-         {"Permission denied"},
-         true,
-         true},
-        {"UnknownExtension", "take.xyz", pcmSettings(false), {"\u201c.xyz\u201d"}},
-        {"NoExtension", "take", pcmSettings(false), {"\u201ctake\u201d", "extension"}},
-        {"MissingFormat",
-         "take.wav",
-         without(pcmSettings(false), AVFormatIDKey),
-         {"AVFormatIDKey"}},
+        {"MissingFolder", "missing/take.wav", le, {"No such file or directory"}},
+        {"ReadOnlyFolder", "locked/take.wav", le, {"Permission denied"}},
+        {"UnknownExtension", "take.xyz", le, {"\u201c.xyz\u201d"}},
+        {"NoExtension", "take", le, {"\u201ctake\u201d", "extension"}},
+        {"MissingFormat", "take.wav", without(le, AVFormatIDKey), {"AVFormatIDKey"}},
         {"UnknownFormat",
          "take.m4a",
-         with(aacSettings(), AVFormatIDKey, std::int64_t(fourCharCode(".mp3"))),
+         with(aac, AVFormatIDKey, i64(fourCharCode(".mp3"))),
          {"\u201c.mp3\u201d", "not supported"}},
-        {"AacInWav", "take.wav", aacSettings(), {"AAC", "\u201c.wav\u201d"}},
-        {"AacInAiff", "take.aiff", aacSettings(), {"AAC", "\u201c.aiff\u201d"}},
-        {"PcmInM4a", "take.m4a", pcmSettings(false), {"PCM", "\u201c.m4a\u201d"}},
-        {"BigEndianWav", "take.wav", pcmSettings(true), {"big-endian", "\u201c.wav\u201d"}},
-        {"LittleEndianAiff",
-         "take.aiff",
-         pcmSettings(false),
-         {"little-endian", "\u201c.aiff\u201d"}},
-        {"TwentyFourBit",
-         "take.wav",
-         with(pcmSettings(false), AVLinearPCMBitDepthKey, std::int64_t(24)),
-         {"24-bit"}},
-        {"FloatPcm",
-         "take.wav",
-         with(pcmSettings(false), AVLinearPCMIsFloatKey, true),
-         {"floating-point"}},
+        {"AacInWav", "take.wav", aac, {"AAC", "\u201c.wav\u201d"}},
+        {"AacInAiff", "take.aiff", aac, {"AAC", "\u201c.aiff\u201d"}},
+        {"PcmInM4a", "take.m4a", le, {"PCM", "\u201c.m4a\u201d"}},
+        {"BigEndianWav", "take.wav", be, {"big-endian", "\u201c.wav\u201d"}},
+        {"LittleEndianAiff", "take.aiff", le, {"little-endian", "\u201c.aiff\u201d"}},
+        {"TwentyFourBit", "take.wav", with(le, AVLinearPCMBitDepthKey, i64(24)), {"24-bit"}},
+        {"FloatPcm", "take.wav", with(le, AVLinearPCMIsFloatKey, true), {"floating-point"}},
         {"NonInterleavedPcm",
          "take.aiff",
-         with(pcmSettings(true), AVLinearPCMIsNonInterleaved, true),
+         with(be, AVLinearPCMIsNonInterleaved, true),
          {"non-interleaved"}},
         {"EndianFlagNotAFlag",
          "take.wav",
-         with(pcmSettings(false), AVLinearPCMIsBigEndianKey, 0.5),
+         with(le, AVLinearPCMIsBigEndianKey, 0.5),
          {"AVLinearPCMIsBigEndianKey"}},
-        {"MissingRate",
-         "take.wav",
-         without(pcmSettings(false), AVSampleRateKey),
-         {"AVSampleRateKey"}},
-        {"ZeroRate", "take.wav", with(pcmSettings(false), AVSampleRateKey, 0.0), {"0 Hz"}},
-        {"FractionalRate",
-         "take.aiff",
-         with(pcmSettings(true), AVSampleRateKey, 44100.5),
-         {"44100.5 Hz"}},
-        {"RateNotANumber",
-         "take.m4a",
-         with(aacSettings(), AVSampleRateKey, true),
-         {"AVSampleRateKey"}},
-        {"RateAacCannotEncode",
-         "take.m4a",
-         with(aacSettings(), AVSampleRateKey, 47000.0),
-         {"47000 Hz"}},
+        {"MissingRate", "take.wav", without(le, AVSampleRateKey), {"AVSampleRateKey"}},
+        {"ZeroRate", "take.wav", with(le, AVSampleRateKey, 0.0), {"0 Hz"}},
+        {"FractionalRate", "take.aiff", with(be, AVSampleRateKey, 44100.5), {"44100.5 Hz"}},
+        {"RateNotANumber", "take.m4a", with(aac, AVSampleRateKey, true), {"AVSampleRateKey"}},
+        {"RateAacCannotEncode", "take.m4a", with(aac, AVSampleRateKey, 47000.0), {"47000 Hz"}},
         {"MissingChannels",
          "take.m4a",
-         without(aacSettings(), AVNumberOfChannelsKey),
+         without(aac, AVNumberOfChannelsKey),
          {"AVNumberOfChannelsKey"}},
-        {"NoChannels",
-         "take.wav",
-         with(pcmSettings(false), AVNumberOfChannelsKey, std::int64_t(0)),
-         {"channel count 0"}},
+        {"NoChannels", "take.wav", with(le, AVNumberOfChannelsKey, i64(0)), {"channel count 0"}},
         {"NegativeBitRate",
          "take.m4a",
-         with(aacSettings(), AVEncoderBitRateKey, std::int64_t(-256000)),
+         with(aac, AVEncoderBitRateKey, i64(-256000)),
          {"AVEncoderBitRateKey"}},
     };
     return cases;
@@ -482,7 +446,8 @@ class AudioFileCreationErrorTest : public AudioFileTestBase,
 TEST_P(AudioFileCreationErrorTest, FailsWithAReasonAndCreatesNothing) {
     const CreationErrorCase& c = GetParam();
     fs::path path = dir_ / c.fileName;
-    if (c.lockedFolder) {
+    const std::string fileName = c.fileName;
+    if (fileName.starts_with("locked/")) {
         const fs::path locked = dir_ / "locked";
         ASSERT_TRUE(fs::create_directory(locked));
         ASSERT_EQ(chmod(locked.c_str(), 0500), 0);
@@ -505,7 +470,7 @@ TEST_P(AudioFileCreationErrorTest, FailsWithAReasonAndCreatesNothing) {
         EXPECT_NE(description.find(mention), std::string::npos)
             << "\"" << description << "\" should mention \"" << mention << "\"";
     }
-    if (c.mentionsPath) {
+    if (fileName.find('/') != std::string::npos) {
         EXPECT_NE(description.find(path.string()), std::string::npos) << description;
     }
     EXPECT_FALSE(fs::exists(path));
