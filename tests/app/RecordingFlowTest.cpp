@@ -212,23 +212,6 @@ TEST(RecordingFlowTest, AFailureDuringStartStopsOnceStartReturnsWithoutASavedMes
               (std::vector<std::string>{"S--", "SR-", "S--", "S-T", "S--", "---"}));
 }
 
-TEST(RecordingFlowTest, AFailureWhileStoppingNeitherStopsAgainNorLetsTheSavedMessageShow) {
-    FlowRig rig;
-    rig.tick({"app:org.example.Player"});
-    rig.engines.script = [](FakeRecordingEngine& engine) { engine.holdStop = true; };
-    QCoro::waitFor(rig.state->startRecording());
-    auto stopping = rig.state->stopRecording();
-    rig.engines.last().reportFailure("Writing to the file failed.");
-    ASSERT_TRUE(pumpUntil([&] { return rig.state->errorMessage().has_value(); }));
-    rig.engines.last().finishStop();
-    QCoro::waitFor(stopping);
-
-    EXPECT_EQ(rig.engines.last().stopCalls, 1);
-    EXPECT_EQ(rig.state->errorMessage(), QString("Writing to the file failed."));
-    EXPECT_FALSE(rig.state->savedMessage().has_value());
-    EXPECT_TRUE(rig.state->lastRecordingURL().has_value());
-}
-
 TEST(RecordingFlowTest, AMicrophoneQuestionNobodyAnswersIsANoAfterTenSeconds) {
     FlowRig rig;
     rig.tick({"mic:usb"});
