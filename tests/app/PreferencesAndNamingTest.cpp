@@ -21,12 +21,6 @@ void touch(const QString& path) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
 }
 
-TEST(OutputNamingTest, NamesFollowTheDateInTheCLocaleAndTwentyFourHours) {
-    EXPECT_EQ(OutputNaming::baseName(kDate), kBase);
-    EXPECT_EQ(OutputNaming::baseName(QDateTime(QDate(2025, 12, 1), QTime(23, 5, 7))),
-              "Recording 2025-12-01 at 23.05.07");
-}
-
 TEST(OutputNamingTest, TheFirstFreeNameIsTakenFromTheBottomAndReservedEmpty) {
     struct Case {
         QStringList files, folders;
