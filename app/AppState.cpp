@@ -377,21 +377,14 @@ QCoro::Task<void> AppState::startRecording() {
     const QString extension = QString::fromStdString(configuration.format.rawValue());
 
     const QDateTime date = clock_->now();
-    std::vector<std::pair<std::string, QString>> ownFiles;  // source id, name
+    std::vector<RecordingSource> ownFiles;  // the sources that also get a file of their own
     if (saveSourceFiles_) {
-        for (const auto& source : configuration.sources) {
-            ownFiles.emplace_back(source.id, QString::fromStdString(source.name));
-        }
+        ownFiles = configuration.sources;
     }
     auto naming = [folder, date, extension, ownFiles] {
         ReservedNames names;
         names.recording = OutputNaming::makeOutputURL(folder, date, extension);
-        for (const auto& [id, name] : ownFiles) {
-            names.sources[id] =
-                QFile::encodeName(
-                    OutputNaming::makeSourceFileURL(names.recording, name).toLocalFile())
-                    .toStdString();
-        }
+        names.sources = OutputNaming::makeSourceFileURLs(names.recording, ownFiles);
         return names;
     };
     const ReservedNames names = co_await runOffMainThread(std::move(naming));

@@ -87,6 +87,16 @@ QUrl OutputNaming::makeSourceFileURL(const QUrl& recording, const QString& sourc
     return QUrl::fromLocalFile(claimFirstFree(file.dir(), base, file.suffix()));
 }
 
+std::map<std::string, std::filesystem::path> OutputNaming::makeSourceFileURLs(
+    const QUrl& recording, const std::vector<RecordingSource>& sources) {
+    std::map<std::string, std::filesystem::path> files;
+    for (const auto& source : sources) {
+        const QUrl own = makeSourceFileURL(recording, QString::fromStdString(source.name));
+        files[source.id] = QFile::encodeName(own.toLocalFile()).toStdString();
+    }
+    return files;
+}
+
 QString OutputNaming::safeFileNamePart(const QString& name) {
     QString safe;
     for (const QChar c : name) {

@@ -4,6 +4,12 @@
 #include <QString>
 #include <QStringList>
 #include <QUrl>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine/RecordingSource.h"
 
 namespace bw {
 
@@ -34,6 +40,11 @@ public:
     /// exclusive way. The source's name is made safe first (`safeFileNamePart`). Blocks on the
     /// file system: not on the main thread.
     static QUrl makeSourceFileURL(const QUrl& recording, const QString& sourceName);
+
+    /// `makeSourceFileURL` for each of `sources`, in order: source id → its file, as the engine
+    /// takes it. Blocks on the file system: not on the main thread.
+    static std::map<std::string, std::filesystem::path> makeSourceFileURLs(
+        const QUrl& recording, const std::vector<RecordingSource>& sources);
 
     /// A name any common file system takes as part of a file name: no path separators, control
     /// characters or characters that Windows file systems refuse (each becomes "-"), blanks

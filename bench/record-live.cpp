@@ -23,7 +23,6 @@
 #include <vector>
 
 #include <QFile>
-#include <QString>
 #include <QUrl>
 
 #include "app/OutputNaming.h"
@@ -161,14 +160,9 @@ int record(const std::shared_ptr<PipeWireHardware>& hardware,
            RecordingEngineConfiguration configuration, double seconds, bool sourceFiles) {
     const double cpu0 = bench::cpuSeconds();
     if (sourceFiles) {
-        const auto recording =
-            QUrl::fromLocalFile(QFile::decodeName(configuration.fileURL.c_str()));
-        for (const auto& source : configuration.sources) {
-            const QUrl own =
-                OutputNaming::makeSourceFileURL(recording, QString::fromStdString(source.name));
-            configuration.sourceFileURLs[source.id] =
-                QFile::encodeName(own.toLocalFile()).toStdString();
-        }
+        configuration.sourceFileURLs = OutputNaming::makeSourceFileURLs(
+            QUrl::fromLocalFile(QFile::decodeName(configuration.fileURL.c_str())),
+            configuration.sources);
     }
     auto session = makeRecordingEngineFactory(hardware, workspace)(configuration);
     auto& engine = dynamic_cast<RecordingEngine&>(*session);

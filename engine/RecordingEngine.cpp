@@ -403,7 +403,6 @@ void RecordingEngine::closeWriters(std::function<void()> completion) {
     std::vector<std::shared_ptr<QueuedFileWriter>> writers;
     if (fileWriter_) {
         writers.push_back(std::move(fileWriter_));
-        fileWriter_.reset();
     }
     for (const auto& active : activeSources_) {
         if (active.stemWriter) {
