@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -43,6 +45,22 @@ struct TapDescription {
         description.processes = std::move(processes);
         description.isExclusive = true;
         return description;
+    }
+
+    /// Reads the `kAudioTapPropertyDescription` value (`size` bytes at `data`) into `out`: a bad
+    /// size or missing value is kAudioHardwareBadPropertySizeError, a null description
+    /// kAudioHardwareIllegalOperationError; `out` changes only on success.
+    static OSStatus readPropertyValue(std::uint32_t size, const void* data, TapDescription& out) {
+        if (size != sizeof(const TapDescription*) || data == nullptr) {
+            return kAudioHardwareBadPropertySizeError;
+        }
+        const TapDescription* description = nullptr;
+        std::memcpy(&description, data, sizeof description);
+        if (description == nullptr) {
+            return kAudioHardwareIllegalOperationError;
+        }
+        out = *description;
+        return kAudioHardwareNoError;
     }
 
     friend bool operator==(const TapDescription&, const TapDescription&) = default;

@@ -933,15 +933,9 @@ OSStatus FakeHardware::setPropertyData(AudioObjectID object,
         if (tap == core.taps.end()) {
             return kAudioHardwareBadObjectError;
         }
-        if (size != sizeof(const TapDescription*) || data == nullptr) {
-            return kAudioHardwareBadPropertySizeError;
+        if (OSStatus status = TapDescription::readPropertyValue(size, data, tap->second)) {
+            return status;
         }
-        const TapDescription* description = nullptr;
-        std::memcpy(&description, data, sizeof description);
-        if (description == nullptr) {
-            return kAudioHardwareIllegalOperationError;
-        }
-        tap->second = *description;
         core.collect(object, address, out);
         return kAudioHardwareNoError;
     });

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 #include "platform/hal/pipewire/Constants.h"
@@ -62,15 +61,9 @@ OSStatus TapLinks::setTapProperty(AudioObjectID tap, const AudioObjectPropertyAd
     if (address.mSelector != kAudioTapPropertyDescription) {
         return kAudioHardwareUnknownPropertyError;
     }
-    if (size != sizeof(const TapDescription*) || data == nullptr) {
-        return kAudioHardwareBadPropertySizeError;
+    if (OSStatus status = TapDescription::readPropertyValue(size, data, it->second.description)) {
+        return status;
     }
-    const TapDescription* description = nullptr;
-    std::memcpy(&description, data, sizeof description);
-    if (description == nullptr) {
-        return kAudioHardwareIllegalOperationError;
-    }
-    it->second.description = *description;
     reconcileAll();
     return 0;
 }
